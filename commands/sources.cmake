@@ -1,0 +1,2 @@
+list(APPEND KORVEX_LOGIC_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/shell_line.cpp)

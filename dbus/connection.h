@@ -1,0 +1,37 @@
+// Per-thread private system-bus connections.
+//
+// Under prefork a child serves on the thread that ran child initialisation, so there is
+// exactly one connection per child, filed under "Apache_mod_key_<tid>". Under threaded
+// MPMs every serving thread opens its own connection on first use, filed the same way.
+// A connection that the bus dropped is replaced on the next call.
+#pragma once
+
+#include "dbus/dbus_types.h"
+#include "module/apache_shim.h"
+
+// Opens a private system-bus connection and builds its record in pool; null on failure.
+DbusData *dbus_init(apr_pool_t *pool);
+// "Apache_mod_key_<tid>" for the calling thread, allocated from pool.
+const char *getChildKey(apr_pool_t *pool);
+// Pool clean-up: closes and releases the record's connection. Always 0.
+apr_status_t dbus_plain_cleanup_func(void *data);
+
+namespace korvex::dbus {
+
+// Child start: remember the child pool (for connections opened later) and open the
+// initialising thread's connection.
+void child_init(apr_pool_t *child_pool, server_rec *s);
+
+// The calling thread's usable connection record for this request, opening or reopening
+// the connection when needed. Null (after logging "dbusData is NULL") when the bus cannot
+// be reached; `caller` names the primitive in that log line.
+DbusData *lookup(request_rec *r, const char *caller);
+
+// Reads and drops everything queued on the connection that nobody waits for (late replies
+// of timed-out calls, the bus's own signals), so nothing piles up over a child's life.
+void drain_incoming(DbusData *data);
+
+// How many messages drain_incoming dropped in this process (for tests and benchmarks).
+unsigned long dropped_message_count();
+
+}  // namespace korvex::dbus

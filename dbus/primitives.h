@@ -1,0 +1,37 @@
+// The nine method-call primitives through which every command reaches a gateway daemon.
+// Each sends one call on the serving thread's private connection, blocks for the reply
+// and returns its first argument (texts are copied into the request pool).
+#pragma once
+
+#include "dbus/dbus_types.h"
+#include "module/apache_shim.h"
+
+// Integer in / out and text in / out, described by a call descriptor. Failure: -1 or null.
+int apache_dbus_send_str_ret_int(request_rec *r, const char *str, const DbusCallSpec *spec);
+char *apache_dbus_send_str_ret_str(request_rec *r, const char *str, const DbusCallSpec *spec);
+int apache_dbus_send_int_ret_int(request_rec *r, int value, const DbusCallSpec *spec);
+char *apache_dbus_send_int_ret_str(request_rec *r, int value, const DbusCallSpec *spec);
+
+// Fixed-shape calls. Text results are null without a reply and "(null)" for a reply that
+// carries no (or no text) argument.
+char *apache_dbus_string_message(request_rec *r, const char *str, const char *dest, const char *ifac,
+                                 const char *command);
+char *apache_dbus_get_nvram(request_rec *r, const char *key, const char *dest, const char *ifac);
+char *apache_dbus_set_nvram(request_rec *r, const char *key, const char *value, const char *dest,
+                            const char *ifac);
+// -1 before sending (no connection, no message); 0 without reply; else the reply integer.
+int apache_dbus_commit_nvram(request_rec *r, const char *dest, const char *ifac);
+// 0 on every failure; else the reply integer.
+int dbus_control_LED(request_rec *r, const char *led, unsigned value, const char *dest, const char *ifac);
+
+namespace korvex {
+
+// Shorthands naming a peer-table row instead of three texts.
+inline char *string_message(request_rec *r, const char *str, const DbusCallSpec &spec) {
+    return apache_dbus_string_message(r, str, spec.dest, spec.ifac, spec.cmd);
+}
+char *nvram_get(request_rec *r, const char *key);
+char *nvram_set(request_rec *r, const char *key, const char *value);
+int nvram_commit(request_rec *r);
+
+}  // namespace korvex

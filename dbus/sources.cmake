@@ -1,0 +1,4 @@
+list(APPEND KORVEX_MODULE_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/connection.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/primitives.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/signals.cpp)

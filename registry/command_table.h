@@ -1,0 +1,66 @@
+// The command table: a chained hash table of command names, built once per process and
+// read-only afterwards.
+#pragma once
+
+#include <cstdint>
+
+#include "module/apache_shim.h"
+
+// A command handler: prints its own output, returns 1 for success, anything else for failure.
+typedef int (*ApiHandler)(request_rec *r, char *value);
+
+// Two-word link of an intrusive ring; an empty ring's head points to itself both ways.
+struct ListLink {
+    ListLink *prev;
+    ListLink *next;
+};
+
+inline void INIT_LIST_HEAD(ListLink *head) { head->prev = head->next = head; }
+inline bool list_empty(const ListLink *head) { return head->next == head; }
+inline void list_add_tail(ListLink *link, ListLink *head) {
+    link->prev = head->prev;
+    link->next = head;
+    head->prev->next = link;
+    head->prev = link;
+}
+
+// Address of the record of type T whose member `member` is the link at `ptr`.
+#define KORVEX_CONTAINER_OF(ptr, T, member) \
+    reinterpret_cast<T *>(reinterpret_cast<char *>(ptr) - offsetof(T, member))
+
+inline constexpr int kCommandNameSize = 1024;
+
+struct HashItem {
+    char name[kCommandNameSize];
+    uint32_t key;
+    uint32_t index;
+    ApiHandler handler;
+    ListLink link;
+};
+
+struct HashBucket {
+    ListLink head;
+    int32_t size;  // bucket 0 only: number of buckets
+};
+
+// The string hash: h = h * 37 + byte (as a signed char), modulo 2^32.
+uint32_t hashFunc(const char *name);
+
+// Builds the table from the command catalog in the given (process) pool.
+HashBucket *hash_init(apr_pool_t *pool);
+// Points every item's handler at this load of the module (after the server reloads the
+// module between configuration passes, the code may live at another address).
+void hash_rebind_handlers(HashBucket *table);
+
+HashItem *findItem(HashBucket *table, const char *name);
+int execAPI(request_rec *r, const char *name, char *value);
+int runQuery(void *rec, const char *name, const char *value);
+void checkTable(HashBucket *table);
+
+namespace korvex::registry {
+
+// Number of commands in the catalog and the fixed bucket count of the table.
+int catalog_size();
+inline constexpr int kBucketCount = 305;
+
+}  // namespace korvex::registry

@@ -1,0 +1,6 @@
+list(APPEND KORVEX_LOGIC_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/command_hash.cpp)
+list(APPEND KORVEX_MODULE_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/command_table.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/command_catalog.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/test_command.cpp)

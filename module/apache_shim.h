@@ -4,6 +4,7 @@
 
 extern "C" {
 #include <apr_buckets.h>
+#include <apr_escape.h>
 #include <apr_file_io.h>
 #include <apr_global_mutex.h>
 #include <apr_lib.h>

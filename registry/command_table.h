@@ -2,6 +2,7 @@
 // read-only afterwards.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "module/apache_shim.h"
@@ -53,6 +54,8 @@ HashBucket *hash_init(apr_pool_t *pool);
 void hash_rebind_handlers(HashBucket *table);
 
 HashItem *findItem(HashBucket *table, const char *name);
+// The same lookup without trace lines.
+HashItem *hash_find_quietly(HashBucket *table, const char *name);
 int execAPI(request_rec *r, const char *name, char *value);
 int runQuery(void *rec, const char *name, const char *value);
 void checkTable(HashBucket *table);

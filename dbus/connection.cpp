@@ -1,0 +1,152 @@
+// Per-thread private system-bus connections, filed as user data of the process pool under
+// "Apache_mod_key_<tid>".
+#include "dbus/connection.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "dbus/dbus_ptr.h"
+#include "dbus/peer_catalog.h"
+#include "module/log.h"
+
+namespace {
+
+// Guards the process pool's user data and the connection pool: under threaded MPMs several
+// serving threads may open their connections at the same time.
+std::mutex g_registry_lock;
+// Records opened after child start (first use on a serving thread, or a child whose first
+// attempt failed) live here; it is a sub-pool of the child pool, so they close with the child.
+apr_pool_t *g_connection_pool = nullptr;
+std::atomic<unsigned long> g_dropped_messages{0};
+
+int current_tid() { return static_cast<int>(syscall(SYS_gettid)); }
+
+// Opens the private connection into `data`. On failure data->conn stays null.
+bool connect_record(DbusData *data, apr_pool_t *pool) {
+    korvex::dbus::Error error;
+    DBusConnection *conn = dbus_bus_get_private(DBUS_BUS_SYSTEM, error.get());
+    if (error.is_set() || conn == nullptr) {
+        korvex_log_write(KORVEX_LOG_ERROR, "dbus_init", __LINE__, KORVEX_LOG_TAG, "Connection Error (%s)\n",
+                         error.is_set() ? error.message() : "no connection");
+        if (conn != nullptr) {
+            dbus_connection_close(conn);
+            dbus_connection_unref(conn);
+        }
+        return false;
+    }
+    korvex_log_write(KORVEX_LOG_TRACE, "dbus_init", __LINE__, KORVEX_LOG_TAG, "dbus_bus_get_private success.\n");
+    // A bus that goes away must fail the call in progress, not end the server child.
+    dbus_connection_set_exit_on_disconnect(conn, FALSE);
+
+    if (data->objPath == nullptr) {
+        data->objPath = apr_psprintf(pool, "%s/%d", korvex::peer::kObjectPathPrefix, current_tid());
+        if (data->objPath == nullptr) {
+            dbus_connection_close(conn);
+            dbus_connection_unref(conn);
+            return false;
+        }
+    }
+    data->conn = conn;
+    korvex_log_write(KORVEX_LOG_CHILD, "dbus_init", __LINE__, KORVEX_LOG_TAG, "objPath: %s\n", data->objPath);
+    return true;
+}
+
+void close_record(DbusData *data) {
+    if (data->conn == nullptr) return;
+    dbus_connection_close(data->conn);
+    dbus_connection_unref(data->conn);
+    data->conn = nullptr;
+}
+
+bool usable(const DbusData *data) {
+    return data != nullptr && data->conn != nullptr && dbus_connection_get_is_connected(data->conn);
+}
+
+}  // namespace
+
+DbusData *dbus_init(apr_pool_t *pool) {
+    KLOG(KORVEX_LOG_CHILD, "enter %s\n", "dbus_init");
+    auto *data = static_cast<DbusData *>(apr_pcalloc(pool, sizeof(DbusData)));
+    if (data == nullptr) {
+        KLOG(KORVEX_LOG_ERROR, "apr_palloc failed\n");
+        return nullptr;
+    }
+    if (!connect_record(data, pool)) return nullptr;
+    KLOG(KORVEX_LOG_CHILD, "leave %s, dbusData->objPath: %s\n", "dbus_init", data->objPath);
+    return data;
+}
+
+const char *getChildKey(apr_pool_t *pool) { return apr_psprintf(pool, "Apache_mod_key_%d", current_tid()); }
+
+apr_status_t dbus_plain_cleanup_func(void *data) {
+    auto *record = static_cast<DbusData *>(data);
+    if (record == nullptr) {
+        KLOG(KORVEX_LOG_ERROR, "dbusData is NULL\n");
+        return APR_SUCCESS;
+    }
+    std::lock_guard<std::mutex> hold(g_registry_lock);
+    close_record(record);
+    return APR_SUCCESS;
+}
+
+namespace korvex::dbus {
+
+void child_init(apr_pool_t *child_pool, server_rec *s) {
+    {
+        std::lock_guard<std::mutex> hold(g_registry_lock);
+        if (apr_pool_create(&g_connection_pool, child_pool) != APR_SUCCESS) g_connection_pool = child_pool;
+    }
+    DbusData *data = dbus_init(child_pool);
+    if (data == nullptr) KLOG_AS(KORVEX_LOG_ERROR, "initialize_child", "dbusData is NULL\n");
+    apr_pool_cleanup_register(child_pool, data, dbus_plain_cleanup_func, dbus_plain_cleanup_func);
+    std::lock_guard<std::mutex> hold(g_registry_lock);
+    apr_pool_userdata_set(data, getChildKey(child_pool), apr_pool_cleanup_null, s->process->pool);
+}
+
+DbusData *lookup(request_rec *r, const char *caller) {
+    const char *key = getChildKey(r->pool);
+    apr_pool_t *process_pool = r->server->process->pool;
+
+    std::lock_guard<std::mutex> hold(g_registry_lock);
+    void *found = nullptr;
+    apr_pool_userdata_get(&found, key, process_pool);
+    auto *data = static_cast<DbusData *>(found);
+    if (usable(data)) return data;
+
+    if (g_connection_pool != nullptr) {
+        if (data == nullptr) {
+            // First use on this thread (threaded MPM), or the child's first attempt failed:
+            // file one record for the thread, reused by every later attempt.
+            data = static_cast<DbusData *>(apr_pcalloc(g_connection_pool, sizeof(DbusData)));
+            apr_pool_userdata_set(data, apr_pstrdup(g_connection_pool, key), apr_pool_cleanup_null,
+                                  process_pool);
+            apr_pool_cleanup_register(g_connection_pool, data, dbus_plain_cleanup_func,
+                                      apr_pool_cleanup_null);
+        }
+        // The bus dropped the connection (daemon restarted) or it never opened: reopen.
+        close_record(data);
+        connect_record(data, g_connection_pool);
+    }
+    if (!usable(data)) {
+        KLOG_AS(KORVEX_LOG_ERROR, caller, "dbusData is NULL\n");
+        return nullptr;
+    }
+    return data;
+}
+
+void drain_incoming(DbusData *data) {
+    if (data == nullptr || data->conn == nullptr) return;
+    // Take in what already arrived without waiting, then drop everything nobody asked for.
+    dbus_connection_read_write(data->conn, 0);
+    while (DBusMessage *message = dbus_connection_pop_message(data->conn)) {
+        dbus_message_unref(message);
+        g_dropped_messages.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+unsigned long dropped_message_count() { return g_dropped_messages.load(std::memory_order_relaxed); }
+
+}  // namespace korvex::dbus

@@ -1,0 +1,88 @@
+// The module record, its hooks, and the process-wide record built at configuration time.
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "dbus/connection.h"
+#include "module/guard.h"
+#include "module/log.h"
+#include "module/module_config.h"
+#include "module/request_handler.h"
+#include "registry/handlers.h"
+
+namespace {
+
+constexpr char kLockFile[] = "/tmp/lockHttpd";
+
+unsigned address_word(const void *p) { return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p)); }
+
+int shm_counter_post_config(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *s) {
+    return korvex::guarded(__func__, korvex::http::kOk, [s] {
+        apr_pool_t *pool = s->process->pool;
+        KLOG(KORVEX_LOG_TRACE, "enter %s, s->process->pool addr: 0x%x\n", "shm_counter_post_config",
+             address_word(pool));
+        void *existing = nullptr;
+        apr_pool_userdata_get(&existing, kModuleConfigKey, pool);
+        if (existing != nullptr) {
+            // The server reloads the module between configuration passes; the table is kept
+            // but its handlers must point into this load of the code.
+            hash_rebind_handlers(static_cast<ModuleConfig *>(existing)->table);
+        } else {
+            auto *config = static_cast<ModuleConfig *>(apr_pcalloc(pool, sizeof(ModuleConfig)));
+            config->table = hash_init(pool);
+            config->pool = pool;
+            apr_status_t rv = apr_global_mutex_create(&config->mutex, kLockFile, APR_LOCK_DEFAULT, pool);
+            if (rv != APR_SUCCESS) {
+                char reason[128];
+                apr_strerror(rv, reason, sizeof reason);
+                KLOG(KORVEX_LOG_ERROR, "apr_global_mutex_create failed: %s\n", reason);
+            }
+            apr_pool_userdata_set(config, kModuleConfigKey, apr_pool_cleanup_null, pool);
+        }
+        KLOG(KORVEX_LOG_TRACE, "leave %s\n", "shm_counter_post_config");
+        return korvex::http::kOk;
+    });
+}
+
+void initialize_child(apr_pool_t *child_pool, server_rec *s) {
+    korvex::guarded(__func__, 0, [child_pool, s] {
+        KLOG(KORVEX_LOG_CHILD, "enter %s, pool addr: 0x%x, s->process->pool: 0x%x, tid: %d\n", "initialize_child",
+             address_word(child_pool), address_word(s->process->pool), static_cast<int>(syscall(SYS_gettid)));
+        korvex::dbus::child_init(child_pool, s);
+        KLOG(KORVEX_LOG_CHILD, "leave %s\n", "initialize_child");
+        return 0;
+    });
+}
+
+void register_hooks(apr_pool_t *) {
+    ap_hook_child_init(initialize_child, nullptr, nullptr, APR_HOOK_MIDDLE);
+    ap_hook_post_config(shm_counter_post_config, nullptr, nullptr, APR_HOOK_MIDDLE);
+    ap_hook_handler(korvex_handler, nullptr, nullptr, APR_HOOK_MIDDLE);
+}
+
+}  // namespace
+
+ModuleConfig *getKorvexData(request_rec *r) {
+    void *config = nullptr;
+    apr_pool_userdata_get(&config, kModuleConfigKey, r->server->process->pool);
+    return static_cast<ModuleConfig *>(config);
+}
+
+extern "C" {
+KORVEX_EXPORT module AP_MODULE_DECLARE_DATA korvex_module = {
+    MODULE_MAGIC_NUMBER_MAJOR,  // 20120211
+    41,                         // minor version the module was written against
+    -1,
+    "mod_korvex",
+    nullptr,
+    nullptr,
+    MODULE_MAGIC_COOKIE,
+    nullptr,
+    nullptr,  // no per-directory configuration
+    nullptr,
+    nullptr,  // no per-server configuration
+    nullptr,
+    nullptr,  // no directives
+    register_hooks,
+    0,
+};
+}

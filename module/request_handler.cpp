@@ -1,0 +1,135 @@
+#include "module/request_handler.h"
+
+#include <cstring>
+
+#include "commands/shell_line.h"
+#include "dbus/peer_catalog.h"
+#include "dbus/primitives.h"
+#include "dbus/signals.h"
+#include "korvex_utils.h"
+#include "module/guard.h"
+#include "module/log.h"
+#include "module/module_config.h"
+#include "module/process_scan.h"
+#include "module/request_body.h"
+#include "registry/command_table.h"
+
+namespace {
+
+constexpr char kContentType[] = "text/html;charset=utf-8";
+constexpr char kUpdaterProcess[] = "update";
+constexpr char kUpdaterLine[] = "update -k %s -m %s -r 3 &";
+constexpr char kUpdateStatusPage[] = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
+constexpr int kMemoryPurgeLevel = 25;
+
+// Reads the body, URL-unescapes it as a whole ("+" stays "+") and makes it the request's
+// argument string. Returns the unescaped text, or null when there is no usable body.
+const char *take_body_as_arguments(request_rec *r) {
+    const char *body = get_postdata(r);
+    const char *text = body != nullptr ? apr_punescape_url(r->pool, body, nullptr, nullptr, 0) : nullptr;
+    r->args = const_cast<char *>(text);
+    return text;
+}
+
+apr_table_t *arguments_of(request_rec *r) {
+    apr_table_t *table = nullptr;
+    ap_args_to_table(r, &table);
+    return table;
+}
+
+const char *json_argument(request_rec *r) { return apr_table_get(arguments_of(r), "json"); }
+
+int serve_sdk(request_rec *r) {
+    ap_set_content_type(r, kContentType);
+    if (r->method_number == M_POST) {
+        if (take_body_as_arguments(r) == nullptr) {
+            KLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
+            return korvex::http::kOk;
+        }
+    } else if (r->method_number != M_GET) {
+        return korvex::http::kMethodNotAllowed;
+    }
+    const char *reply = korvex::string_message(r, json_argument(r), korvex::peer::kSdkJsonCommand);
+    if (reply != nullptr) ap_rprintf(r, "%s", reply);
+    return korvex::http::kOk;
+}
+
+int serve_update(request_rec *r) {
+    if (r->method_number != M_GET && r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
+    getKorvexData(r);
+    if (proc_find(kUpdaterProcess) >= 0) {
+        KLOG(KORVEX_LOG_STATE, "fw is updating\n");
+        ap_rprintf(r, "updating");
+        return korvex::http::kOk;
+    }
+    KLOG(KORVEX_LOG_STATE, "purging ...\n");
+    sys_mem_purge(kMemoryPurgeLevel);
+    apr_sleep(apr_time_from_sec(1));
+    const char *model = korvex::string_message(r, korvex::peer::kGetModelArgument, korvex::peer::kGetModel);
+    const DbusCallSpec *updater = &korvex::peer::kDoSystem3s;
+    dbus_signal_update_alive(r, 1);
+    save_uImage(r);
+    ap_rprintf(r, "%s", "");
+    const char *line = korvex::shell_line(r->pool, kUpdaterLine, {kFirmwareImagePath, model});
+    apache_dbus_send_str_ret_int(r, line, updater);
+    ap_set_content_type(r, kContentType);
+    ap_rprintf(r, "%s", kUpdateStatusPage);
+    return korvex::http::kOk;
+}
+
+int serve_network(request_rec *r) {
+    ap_set_content_type(r, kContentType);
+    if (r->method_number == M_POST) {
+        take_body_as_arguments(r);
+    } else if (r->method_number != M_GET) {
+        return korvex::http::kMethodNotAllowed;
+    }
+    // Every argument is a command, run in table order with nothing between their outputs.
+    apr_table_do(runQuery, r, arguments_of(r), nullptr);
+    return korvex::http::kOk;
+}
+
+int serve_send_dat(request_rec *r) {
+    KLOG(KORVEX_LOG_REQUEST, "send.dat doing\n");
+    ap_set_content_type(r, kContentType);
+    if (r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
+    if (take_body_as_arguments(r) == nullptr) {
+        KLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
+        return korvex::http::kOk;
+    }
+    korvex::string_message(r, json_argument(r), korvex::peer::kAppSendDat);
+    return korvex::http::kOk;
+}
+
+int serve_get_dat(request_rec *r) {
+    ap_set_content_type(r, kContentType);
+    if (r->method_number != M_GET) return korvex::http::kMethodNotAllowed;
+    ap_rprintf(r, "%s", korvex::string_message(r, korvex::peer::kAppGetDatArgument, korvex::peer::kAppGetDat));
+    return korvex::http::kOk;
+}
+
+struct Resource {
+    const char *handler_name;
+    int (*serve)(request_rec *r);
+};
+
+constexpr Resource kResources[] = {
+    {"sdk.cgi", serve_sdk},
+    {"update.cgi", serve_update},
+    {"network.cgi", serve_network},
+    {"send.dat", serve_send_dat},
+    {"get.dat", serve_get_dat},
+};
+
+}  // namespace
+
+int korvex_handler(request_rec *r) {
+    if (r->handler == nullptr) return korvex::http::kDeclined;
+    for (const Resource &resource : kResources) {
+        if (std::strcmp(r->handler, resource.handler_name) == 0) {
+            return korvex::guarded(resource.handler_name, korvex::http::kOk,
+                                   [r, &resource] { return resource.serve(r); });
+        }
+    }
+    return korvex::http::kDeclined;
+}

@@ -1,0 +1,7 @@
+// The module's content handler: serves "sdk.cgi", "update.cgi", "network.cgi", "send.dat"
+// and "get.dat"; declines every other handler name.
+#pragma once
+
+#include "module/apache_shim.h"
+
+int korvex_handler(request_rec *r);

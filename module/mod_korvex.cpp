@@ -61,12 +61,6 @@ void register_hooks(apr_pool_t *) {
 
 }  // namespace
 
-ModuleConfig *getKorvexData(request_rec *r) {
-    void *config = nullptr;
-    apr_pool_userdata_get(&config, kModuleConfigKey, r->server->process->pool);
-    return static_cast<ModuleConfig *>(config);
-}
-
 extern "C" {
 KORVEX_EXPORT module AP_MODULE_DECLARE_DATA korvex_module = {
     MODULE_MAGIC_NUMBER_MAJOR,  // 20120211

@@ -1,0 +1,109 @@
+#include "tests/support/process_runner.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace korvex::test {
+
+ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::string &stdout_path) {
+    std::vector<char *> args;
+    for (const auto &a : argv) args.push_back(const_cast<char *>(a.c_str()));
+    args.push_back(nullptr);
+    pid_ = fork();
+    if (pid_ < 0) throw std::runtime_error("fork failed");
+    if (pid_ == 0) {
+        setpgid(0, 0);
+        int out = open(stdout_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (out >= 0) {
+            dup2(out, STDOUT_FILENO);
+            dup2(out, STDERR_FILENO);
+            close(out);
+        }
+        execvp(args[0], args.data());
+        _exit(127);
+    }
+}
+
+ChildProcess::~ChildProcess() { stop(); }
+
+ChildProcess::ChildProcess(ChildProcess &&other) noexcept : pid_(other.pid_) { other.pid_ = -1; }
+
+ChildProcess &ChildProcess::operator=(ChildProcess &&other) noexcept {
+    if (this != &other) {
+        stop();
+        pid_ = other.pid_;
+        other.pid_ = -1;
+    }
+    return *this;
+}
+
+bool ChildProcess::running() {
+    if (pid_ <= 0) return false;
+    int status = 0;
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+        pid_ = -1;
+        return false;
+    }
+    return true;
+}
+
+void ChildProcess::stop() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGTERM);
+    for (int i = 0; i < 100; ++i) {
+        int status = 0;
+        if (waitpid(pid_, &status, WNOHANG) == pid_) {
+            pid_ = -1;
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+}
+
+bool wait_for_file(const std::string &path, int timeout_ms) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    struct stat st;
+    while (stat(path.c_str(), &st) != 0) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+std::string make_run_dir(const std::string &label) {
+    const char *root_env = std::getenv("KORVEX_RUN_ROOT");
+    const std::string root = (root_env != nullptr && *root_env != '\0') ? root_env : "/var/tmp/korvex-runs";
+    mkdir(root.c_str(), 0755);
+    std::string pattern = root + "/" + label + ".XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot create run directory under " + root);
+    chmod(pattern.c_str(), 0755);
+    return pattern;
+}
+
+void remove_tree(const std::string &path) {
+    if (path.empty() || path == "/") return;
+    const std::string command = "rm -rf '" + path + "'";
+    if (std::system(command.c_str()) != 0) { /* best effort */ }
+}
+
+}  // namespace korvex::test

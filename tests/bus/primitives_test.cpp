@@ -99,7 +99,7 @@ TEST_F(Primitives, StrRetIntSendsOneCallOnTheThreadsPath) {
 }
 
 TEST_F(Primitives, SilentDaemonGivesMinusOneAfterTheTimeout) {
-    sim_->set_rule(R"({"dest":"com.korvex-labs.www.platform","member":"doSystem","mode":"silent"})");
+    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"doSystem","mode":"silent"})");
     const DbusCallSpec quick{peer::kPlatform, peer::kIfAdmin, "doSystem", 400};
     StderrCapture log;
     const auto start = std::chrono::steady_clock::now();
@@ -111,9 +111,9 @@ TEST_F(Primitives, SilentDaemonGivesMinusOneAfterTheTimeout) {
 }
 
 TEST_F(Primitives, IntegerRepliesKeepTheirBits) {
-    sim_->set_rule(R"({"dest":"com.korvex-labs.www.app","member":"resetConfig","mode":"values","signature":"i","values":[-5]})");
+    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","member":"resetConfig","mode":"values","signature":"i","values":[-5]})");
     EXPECT_EQ(apache_dbus_send_int_ret_int(r_, 1, &peer::kAppResetConfig), -5);
-    sim_->set_rule(R"({"dest":"com.korvex-labs.www.app","member":"resetConfig","mode":"values","signature":"u","values":[4294967294]})");
+    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","member":"resetConfig","mode":"values","signature":"u","values":[4294967294]})");
     EXPECT_EQ(apache_dbus_send_int_ret_int(r_, 1, &peer::kAppResetConfig), -2);
     auto records = sim_->records();
     ASSERT_EQ(records.size(), 2u);
@@ -121,7 +121,7 @@ TEST_F(Primitives, IntegerRepliesKeepTheirBits) {
 }
 
 TEST_F(Primitives, WrongTypedFirstArgumentCountsAsNoArgument) {
-    sim_->set_rule(R"({"dest":"com.korvex-labs.www.platform","mode":"wrongtype"})");
+    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","mode":"wrongtype"})");
     StderrCapture log;
     EXPECT_EQ(apache_dbus_send_str_ret_int(r_, "true", &peer::kDoSystem3s), -1);
     EXPECT_STREQ(apache_dbus_get_nvram(r_, "SSID1", peer::kPlatform, peer::kIfNvram), "(null)");
@@ -130,13 +130,13 @@ TEST_F(Primitives, WrongTypedFirstArgumentCountsAsNoArgument) {
 }
 
 TEST_F(Primitives, GetNvramWithoutArgumentGivesNullText) {
-    sim_->set_rule(R"({"dest":"com.korvex-labs.www.platform","member":"get","mode":"noarg"})");
+    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"get","mode":"noarg"})");
     EXPECT_STREQ(apache_dbus_get_nvram(r_, "SSID1", peer::kPlatform, peer::kIfNvram), "(null)");
     EXPECT_STREQ(korvex::string_message(r_, "getModel", peer::kGetModel), "QTR58") << "other members unaffected";
 }
 
 TEST_F(Primitives, StrRetStrWithoutArgumentGivesNullAndLogsIt) {
-    sim_->set_rule(R"({"dest":"com.korvex-labs.www.platform","member":"getmd5","mode":"noarg"})");
+    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getmd5","mode":"noarg"})");
     StderrCapture log;
     EXPECT_EQ(apache_dbus_send_str_ret_str(r_, "ap", &peer::kWifiModeGetMd5), nullptr);
     EXPECT_NE(log.text().find("retStr: (null)\n"), std::string::npos);
@@ -181,7 +181,7 @@ TEST_F(Primitives, SameDescriptorGivesIdenticalCallsButTheArgument) {
 }
 
 TEST_F(Primitives, StringMessageErrorReplyLogsTheCall) {
-    sim_->set_rule(R"({"dest":"com.korvex-labs.www.sdk","mode":"error"})");
+    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"error"})");
     StderrCapture log;
     EXPECT_EQ(korvex::string_message(r_, "{}", peer::kSdkJsonCommand), nullptr);
     EXPECT_NE(log.text().find("No reply, str: {}, dest: com.korvex-labs.www.sdk, ifac: com.KorvexLabs.json.command, "
@@ -204,7 +204,7 @@ TEST_F(Primitives, LedControlSendsNameAndUnsigned) {
     EXPECT_EQ(records[0].interface, "com.KorvexLabs.control.LED");
     EXPECT_EQ(records[0].member, "command");
     EXPECT_EQ(records[0].args, (Args{"s:LOGO", "u:1"}));
-    sim_->set_rule(R"({"dest":"com.korvex-labs.www.sdk","mode":"silent"})");
+    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"silent"})");
     EXPECT_EQ(dbus_control_LED(r_, "LOGO", 1, peer::kSdk, peer::kIfLed), 0);
 }
 
@@ -224,7 +224,7 @@ TEST_F(Primitives, SignalsCarryTheirValueAndNoDestination) {
 }
 
 TEST_F(Primitives, LateRepliesAreDroppedNotKept) {
-    sim_->set_rule(R"({"dest":"com.korvex-labs.www.platform","member":"doSystem","mode":"default","delay_ms":300})");
+    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"doSystem","mode":"default","delay_ms":300})");
     const DbusCallSpec quick{peer::kPlatform, peer::kIfAdmin, "doSystem", 100};
     const unsigned long before = korvex::dbus::dropped_message_count();
     EXPECT_EQ(apache_dbus_send_str_ret_int(r_, "true", &quick), -1);

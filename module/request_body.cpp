@@ -1,0 +1,177 @@
+// The server side of request bodies: pulls the body through the input filters in pieces
+// of 8192 bytes and hands them to BodyBuffer (get_postdata) or UploadSplitter (save_uImage).
+#include "module/request_body.h"
+
+#include <strings.h>
+
+#include "module/body_buffer.h"
+#include "module/log.h"
+#include "module/upload_splitter.h"
+
+namespace {
+
+constexpr apr_size_t kPieceSize = 8192;
+
+// Whether the request announces a body: a Content-Length, or chunked transfer coding.
+// Logs under the caller's name when it does not.
+bool body_expected(request_rec *r, const char *func) {
+    bool expected = apr_table_get(r->headers_in, "Content-Length") != nullptr;
+    const char *coding = apr_table_get(r->headers_in, "Transfer-Encoding");
+    if (coding != nullptr) {
+        if (strcasecmp(coding, "chunked") != 0) {
+            KLOG_AS(KORVEX_LOG_ERROR, func, "Unsupported Transfer Encoding: %s\n",
+                    ap_escape_html2(r->pool, coding, 0));
+            return false;
+        }
+        expected = true;
+    }
+    if (!expected) {
+        KLOG_AS(KORVEX_LOG_ERROR, func, "No request body.\n");
+        return false;
+    }
+    return true;
+}
+
+// The declared length, or -1 without a Content-Length. False (logged) for a value that
+// is no length at all; the server's own filter would refuse it too.
+bool declared_length(request_rec *r, const char *func, apr_off_t *declared) {
+    *declared = -1;
+    const char *text = apr_table_get(r->headers_in, "Content-Length");
+    if (text == nullptr) return true;
+    if (korvex::parse_content_length(text, declared)) return true;
+    KLOG_AS(KORVEX_LOG_ERROR, func, "Unusable Content-Length: %s\n", ap_escape_html2(r->pool, text, 0));
+    return false;
+}
+
+enum class LoopEnd { kEndOfStream, kReadFailed, kStopped };
+
+// Asks the input filters for pieces until end of stream, a failed read, or until consume
+// returns false. The brigade is emptied every round, so the body never piles up in memory.
+template <typename Consume>
+LoopEnd read_pieces(request_rec *r, apr_bucket_brigade *brigade, Consume &&consume) {
+    for (;;) {
+        apr_status_t status =
+            ap_get_brigade(r->input_filters, brigade, AP_MODE_READBYTES, APR_BLOCK_READ, kPieceSize);
+        if (status != APR_SUCCESS) {
+            apr_brigade_cleanup(brigade);
+            return LoopEnd::kReadFailed;
+        }
+        LoopEnd end = LoopEnd::kEndOfStream;
+        bool more = true;
+        for (apr_bucket *bucket = APR_BRIGADE_FIRST(brigade); bucket != APR_BRIGADE_SENTINEL(brigade);
+             bucket = APR_BUCKET_NEXT(bucket)) {
+            if (APR_BUCKET_IS_EOS(bucket)) {
+                more = false;
+                break;
+            }
+            if (APR_BUCKET_IS_METADATA(bucket)) continue;
+            const char *data = nullptr;
+            apr_size_t size = kPieceSize;
+            if (apr_bucket_read(bucket, &data, &size, APR_BLOCK_READ) != APR_SUCCESS) {
+                end = LoopEnd::kReadFailed;
+                more = false;
+                break;
+            }
+            if (!consume(data, size)) {
+                end = LoopEnd::kStopped;
+                more = false;
+                break;
+            }
+        }
+        apr_brigade_cleanup(brigade);
+        if (!more) return end;
+    }
+}
+
+void write_spans(apr_file_t *file, const korvex::WriteList &list) {
+    for (int i = 0; i < list.count; ++i) {
+        apr_size_t written = 0;
+        if (apr_file_write_full(file, list.spans[i].data, list.spans[i].size, &written) != APR_SUCCESS) {
+            KLOG_AS(KORVEX_LOG_ERROR, "save_uImage", "apr_file_write failed\n");
+        }
+    }
+}
+
+}  // namespace
+
+char *get_postdata(request_rec *r) {
+    if (!body_expected(r, __func__)) return nullptr;
+    apr_off_t declared = -1;
+    if (!declared_length(r, __func__, &declared)) return nullptr;
+
+    // Grown as the data arrives, never past the declared length or the server's limit.
+    korvex::BodyBuffer buffer(r->pool, korvex::body_bound(declared, ap_get_limit_req_body(r)));
+    apr_bucket_brigade *brigade = apr_brigade_create(r->pool, r->connection->bucket_alloc);
+    const LoopEnd end = read_pieces(r, brigade, [&buffer](const char *data, apr_size_t size) {
+        return buffer.append(data, size);
+    });
+    char *body = buffer.finish();
+
+    if (end == LoopEnd::kReadFailed) {
+        KLOG(KORVEX_LOG_ERROR, "Error reading request body.\n");
+        return nullptr;
+    }
+    if (end == LoopEnd::kStopped) {
+        if (buffer.over_bound()) {
+            KLOG(KORVEX_LOG_ERROR, "Request body larger than %" APR_SIZE_T_FMT " bytes.\n", buffer.bound());
+        } else {
+            KLOG(KORVEX_LOG_ERROR, "No memory for the request body.\n");
+        }
+        return nullptr;
+    }
+    return body;
+}
+
+int save_uImage(request_rec *r) {
+    KLOG(KORVEX_LOG_TRACE, "enter %s\n", __func__);
+    const char *length_text = apr_table_get(r->headers_in, "Content-Length");
+    apr_off_t total = 0;
+    if (length_text != nullptr) korvex::parse_content_length(length_text, &total);
+    KLOG(KORVEX_LOG_TRACE, "total: %d\n", static_cast<int>(total));
+    KLOG(KORVEX_LOG_TRACE, "Content-Length: %s\n", length_text != nullptr ? length_text : "(null)");
+
+    if (!body_expected(r, __func__)) return 0;
+    apr_off_t declared = -1;
+    if (!declared_length(r, __func__, &declared)) return 0;
+
+    // No truncation: an earlier, longer image keeps its tail past the new end.
+    apr_file_t *file = nullptr;
+    if (apr_file_open(&file, kFirmwareImagePath, APR_FOPEN_WRITE | APR_FOPEN_CREATE, APR_OS_DEFAULT,
+                      r->pool) != APR_SUCCESS) {
+        KLOG(KORVEX_LOG_ERROR, "apr_file_open failed\n");
+        return 0;
+    }
+
+    korvex::UploadSplitter splitter(r->pool, declared);
+    korvex::UploadSplitter::Status status = korvex::UploadSplitter::Status::kContinue;
+    korvex::WriteList list;
+    apr_bucket_brigade *brigade = apr_brigade_create(r->pool, r->connection->bucket_alloc);
+    const LoopEnd end = read_pieces(r, brigade, [&](const char *data, apr_size_t size) {
+        status = splitter.feed(data, size, &list);
+        if (status != korvex::UploadSplitter::Status::kContinue) return false;
+        write_spans(file, list);
+        return true;
+    });
+
+    if (status == korvex::UploadSplitter::Status::kOutOfMemory) {
+        apr_abortfunc_t abort_fn = apr_pool_abort_get(r->pool);
+        if (abort_fn == nullptr) ap_log_assert("abort_fn != NULL", "mod_korvex", 187);
+        abort_fn(APR_ENOMEM);
+        apr_file_close(file);
+        return -2;
+    }
+    if (status != korvex::UploadSplitter::Status::kContinue) {
+        apr_file_close(file);
+        return 0;
+    }
+
+    splitter.finish(end == LoopEnd::kEndOfStream, &list);
+    write_spans(file, list);
+    apr_file_close(file);
+    if (end == LoopEnd::kReadFailed) {
+        KLOG(KORVEX_LOG_ERROR, "Error reading request body.\n");
+    } else {
+        KLOG(KORVEX_LOG_TRACE, "Got %d bytes of request body data.\n", static_cast<int>(splitter.received()));
+    }
+    return 0;
+}

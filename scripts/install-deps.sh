@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Installs the Debian packages needed to build, run and test, when any is missing.
+set -euo pipefail
+
+packages=(apache2 apache2-dev libdbus-1-dev libjansson-dev libcurl4-openssl-dev libgtest-dev
+    cmake g++ make pkg-config util-linux curl)
+# Debian 12 splits the bus daemon into its own package; older releases ship it in "dbus".
+command -v dbus-daemon >/dev/null || packages+=(dbus-daemon)
+
+installed() {
+    [ "$(dpkg-query -W -f='${Status}' "$1" 2>/dev/null)" = "install ok installed" ]
+}
+
+missing=()
+for package in "${packages[@]}"; do
+    installed "$package" || missing+=("$package")
+done
+[ "${#missing[@]}" -eq 0 ] && exit 0
+
+if [ "$(id -u)" != 0 ]; then
+    echo "install-deps: missing packages: ${missing[*]} (run as root or install them)" >&2
+    exit 1
+fi
+
+echo "install-deps: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+# Package scripts must not start a system-wide Apache on port 80.
+policy=/usr/sbin/policy-rc.d
+if [ ! -e "$policy" ]; then
+    printf '#!/bin/sh\nexit 101\n' >"$policy"
+    chmod 755 "$policy"
+    trap 'rm -f "$policy"' EXIT
+fi
+apt-get update -q
+if ! apt-get install -y -q --no-install-recommends "${missing[@]}"; then
+    [[ " ${missing[*]} " == *" dbus-daemon "* ]] || exit 1
+    # A release without the split package.
+    apt-get install -y -q --no-install-recommends "${missing[@]/#dbus-daemon/dbus}"
+fi

@@ -1,0 +1,282 @@
+// Firmware uploads to update.cgi: the image lands in the server's /tmp/uImage byte for byte
+// without growing the serving child, with the documented quirks of the stored file.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/gateway_env.h"
+#include "tests/support/http_client.h"
+
+namespace korvex::test {
+namespace {
+
+const std::string kBoundary = "----KorvexUploadBoundary7MA4YWxkTrZu0gW";
+const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string random_bytes(std::size_t size, unsigned seed) {
+    std::mt19937_64 random(seed);
+    std::string bytes(size, '\0');
+    for (std::size_t i = 0; i + 8 <= size; i += 8) {
+        const std::uint64_t word = random();
+        std::memcpy(&bytes[i], &word, 8);
+    }
+    // CR LF and boundary-like text inside the image must survive as data.
+    if (size > 4096) {
+        bytes.replace(1000, 2, "\r\n");
+        bytes.replace(2000, kBoundary.size() + 4, "\r\n" + kBoundary + "--");
+    }
+    return bytes;
+}
+
+std::string part_header(const std::string &filename = "uImage",
+                        const std::string &type = "application/octet-stream") {
+    return "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"" + filename +
+           "\"\r\nContent-Type: " + type + "\r\n\r\n";
+}
+
+std::string closing() { return "\r\n--" + kBoundary + "--\r\n"; }
+
+std::string multipart(const std::string &image) { return part_header() + image + closing(); }
+
+// One status field of a process in kB, -1 if absent.
+long status_kb(pid_t pid, const char *field) {
+    std::istringstream lines(read_file("/proc/" + std::to_string(pid) + "/status"));
+    const std::size_t length = std::strlen(field);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, length, field) == 0) return std::atol(line.c_str() + length);
+    }
+    return -1;
+}
+
+// Watches the resident memory of the server's children while an upload runs: samples
+// VmRSS, and where the peak counter can be reset (clear_refs), reads VmHWM too.
+class MemoryWatch {
+ public:
+    explicit MemoryWatch(const std::vector<pid_t> &children) {
+        for (pid_t child : children) {
+            Entry entry;
+            const int fd = open(("/proc/" + std::to_string(child) + "/clear_refs").c_str(), O_WRONLY);
+            if (fd >= 0) {
+                entry.peak_reset = write(fd, "5", 1) == 1;
+                close(fd);
+            }
+            entry.start = status_kb(child, "VmRSS:");
+            entry.peak = entry.start;
+            if (entry.start >= 0) entries_[child] = entry;
+        }
+        sampler_ = std::thread([this] {
+            while (!stop_) {
+                sample();
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        });
+    }
+    ~MemoryWatch() { finish(); }
+
+    void finish() {
+        if (sampler_.joinable()) {
+            stop_ = true;
+            sampler_.join();
+            sample();
+            for (auto &[child, entry] : entries_) {
+                if (entry.peak_reset) entry.peak = std::max(entry.peak, status_kb(child, "VmHWM:"));
+            }
+        }
+    }
+
+    // Largest growth over the start of any child that lived throughout, in kB.
+    long max_growth(pid_t *which) const {
+        long growth = 0;
+        for (const auto &[child, entry] : entries_) {
+            if (entry.peak - entry.start > growth) {
+                growth = entry.peak - entry.start;
+                *which = child;
+            }
+        }
+        return growth;
+    }
+
+ private:
+    struct Entry {
+        long start = -1;
+        long peak = -1;
+        bool peak_reset = false;
+    };
+
+    void sample() {
+        for (auto &[child, entry] : entries_) entry.peak = std::max(entry.peak, status_kb(child, "VmRSS:"));
+    }
+
+    std::map<pid_t, Entry> entries_;
+    std::atomic<bool> stop_{false};
+    std::thread sampler_;
+};
+
+class UploadTest : public GatewayTest {
+ protected:
+    std::string image_path() const { return env().server_tmp_path("uImage"); }
+    std::string stored() const { return read_file(image_path()); }
+
+    HttpResponse post_upload(const std::string &body) {
+        return post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + kBoundary);
+    }
+
+    // The request in one write, so that a small body reaches the module as one piece.
+    HttpResponse send_upload_at_once(const std::string &body) {
+        const std::string raw = "POST /update.cgi HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n"
+                                "Content-Type: multipart/form-data; boundary=" +
+                                kBoundary + "\r\nContent-Length: " + std::to_string(body.size()) +
+                                "\r\n\r\n" + body;
+        return send_raw(port(), raw, 20000);
+    }
+
+    // The log line (from offset since) that holds text, or "".
+    std::string log_line_with(const std::string &text, size_t since) const {
+        std::istringstream lines(env().error_log_since(since));
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find(text) != std::string::npos) return line;
+        }
+        return "";
+    }
+};
+
+TEST_F(UploadTest, LargeImageIsStreamedToTheFile) {
+    const std::size_t size = 64u << 20;
+    const std::string image = random_bytes(size, 64);
+    char local[] = "/tmp/korvex-upload-XXXXXX";
+    const int fd = mkstemp(local);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, image.data(), image.size()), static_cast<ssize_t>(image.size()));
+    close(fd);
+    env().write_server_tmp("uImage", "");
+    const size_t before = env().error_log_size();
+
+    MemoryWatch watch(env().server_child_pids());
+    HttpResponse response = upload_multipart_file(port(), "/update.cgi", "file", local, {}, 120000);
+    watch.finish();
+    unlink(local);
+
+    ASSERT_EQ(response.error, "");
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, kRefresh);
+    const std::string file = stored();
+    EXPECT_EQ(file.size(), image.size());
+    EXPECT_TRUE(file == image) << "the stored image differs";
+
+    pid_t child = 0;
+    const long growth = watch.max_growth(&child);
+    EXPECT_LT(growth, 2048) << "child " << child << " grew by " << growth << " kB";
+    const std::string got = log_line_with("Got ", before);
+    EXPECT_NE(got.find("bytes of request body data."), std::string::npos) << env().error_log_since(before);
+}
+
+TEST_F(UploadTest, ChunkedUploadIsTrimmedAtItsEnd) {
+    const std::string image = random_bytes(150000, 3);
+    env().write_server_tmp("uImage", "");
+    HttpResponse response =
+        post_chunked(port(), "/update.cgi", multipart(image), "multipart/form-data; boundary=" + kBoundary);
+    EXPECT_EQ(response.status, 200);
+    EXPECT_TRUE(stored() == image);
+}
+
+TEST_F(UploadTest, EarlierLongerFileKeepsItsTail) {
+    const std::string old_image(100000, 'O');
+    env().write_server_tmp("uImage", old_image);
+    const std::string image = random_bytes(30000, 4);
+    HttpResponse response = post_upload(multipart(image));
+    EXPECT_EQ(response.status, 200);
+    const std::string file = stored();
+    ASSERT_EQ(file.size(), old_image.size());
+    EXPECT_TRUE(file.substr(0, image.size()) == image);
+    EXPECT_EQ(file.substr(image.size()), old_image.substr(image.size()));
+}
+
+TEST_F(UploadTest, WholeBodyInFirstPieceKeepsTheClosingBoundary) {
+    const std::string image = "small image\r\nwith a line break";
+    env().write_server_tmp("uImage", "");
+    HttpResponse response = send_upload_at_once(multipart(image));
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(stored(), image + closing());
+}
+
+TEST_F(UploadTest, ExtraPartHeaderLineIsStoredAsData) {
+    const std::string image = random_bytes(20000, 5);
+    const std::string extra = "Content-Transfer-Encoding: binary\r\n\r\n";
+    const std::string body = "--" + kBoundary + "\r\nContent-Type: application/octet-stream\r\n" + extra +
+                             image + closing();
+    env().write_server_tmp("uImage", "");
+    EXPECT_EQ(post_upload(body).status, 200);
+    EXPECT_TRUE(stored() == extra.substr(2) + image);
+}
+
+TEST_F(UploadTest, PartHeaderLongerThanFirstPieceFails) {
+    env().write_server_tmp("uImage", "previous");
+    size_t before = env().error_log_size();
+    // The Content-Type line starts past the first piece.
+    const std::string long_name(9000, 'n');
+    std::string body = part_header(long_name) + random_bytes(5000, 6) + closing();
+    HttpResponse response = post_upload(body);
+    EXPECT_EQ(response.status, 200);
+    EXPECT_TRUE(env().wait_for_log("ap_strstr failed on search Content-Type", std::chrono::seconds(5), before));
+    EXPECT_NE(log_line_with("ap_strstr failed on search Content-Type", before).find("[korvex:6]"),
+              std::string::npos);
+    EXPECT_EQ(stored(), "previous");
+
+    // The Content-Type line starts inside the first piece but ends past it.
+    before = env().error_log_size();
+    body = part_header("uImage", "application/" + std::string(9000, 't')) + random_bytes(5000, 7) + closing();
+    response = post_upload(body);
+    EXPECT_EQ(response.status, 200);
+    const std::string text = "ap_strstr failed on search \\r\\n";
+    EXPECT_TRUE(env().wait_for_log(text, std::chrono::seconds(5), before)) << env().error_log_since(before);
+    EXPECT_NE(log_line_with(text, before).find("[korvex:6]"), std::string::npos);
+    EXPECT_EQ(stored(), "previous");
+}
+
+TEST_F(UploadTest, UploadTraceLines) {
+    const std::string image = random_bytes(40000, 8);
+    const std::string body = multipart(image);
+    const size_t before = env().error_log_size();
+    EXPECT_EQ(post_upload(body).status, 200);
+    EXPECT_TRUE(env().wait_for_log("Got ", std::chrono::seconds(5), before));
+    const std::string length = std::to_string(body.size());
+    EXPECT_NE(log_line_with("total: ", before).find("total: " + length), std::string::npos);
+    EXPECT_NE(log_line_with("Content-Length: ", before).find("Content-Length: " + length), std::string::npos);
+    EXPECT_NE(log_line_with("boundary: ", before).find("boundary: --" + kBoundary), std::string::npos);
+    EXPECT_NE(log_line_with("end: ", before).find("end: " + length + ", buf addr: 0x"), std::string::npos);
+    EXPECT_NE(log_line_with("Got ", before).find("Got " + length + " bytes of request body data."),
+              std::string::npos);
+}
+
+TEST_F(UploadTest, RunningUpdaterRefusesTheUpload) {
+    env().write_server_tmp("uImage", "untouched");
+    const pid_t updater = env().spawn_process("update");
+    HttpResponse response = post_upload(multipart(random_bytes(20000, 9)));
+    env().kill_process(updater);
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, "updating");
+    EXPECT_EQ(stored(), "untouched");
+}
+
+}  // namespace
+}  // namespace korvex::test

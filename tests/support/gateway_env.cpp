@@ -1,0 +1,390 @@
+#include "tests/support/gateway_env.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace korvex::test {
+namespace {
+
+const char kScript[] = KORVEX_SOURCE_DIR "/scripts/gateway.sh";
+constexpr int kPortInUse = 3;  // exit status of "gateway.sh up" when the port was taken
+constexpr auto kScriptTimeout = std::chrono::seconds(120);
+
+std::string read_file(const std::string &path, size_t offset = 0) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return "";
+    in.seekg(static_cast<std::streamoff>(offset));
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void write_file(const std::string &path, const std::string &content) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+    if (!out) throw std::runtime_error("cannot write " + path);
+}
+
+std::string tail(const std::string &text, size_t lines) {
+    size_t pos = text.size();
+    while (lines-- > 0 && pos > 0) {
+        pos = text.rfind('\n', pos - 1);
+        if (pos == std::string::npos) return text;
+    }
+    return text.substr(pos + 1);
+}
+
+std::string run_root() {
+    const char *root = std::getenv("KORVEX_RUN_ROOT");
+    std::string dir = root && *root ? root : "/var/tmp/korvex-runs";
+    fs::create_directories(dir);
+    chmod(dir.c_str(), 0755);  // the server's account walks through it
+    return dir;
+}
+
+int free_port() {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) throw std::runtime_error("socket failed");
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+        close(fd);
+        throw std::runtime_error("cannot pick a free port");
+    }
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+// Runs the script with stdout to out_path and stderr appended to log_path; returns its
+// exit status (-1 on a time-out, after killing it).
+int run_and_wait(const std::vector<std::string> &args, const std::string &out_path,
+                 const std::string &log_path) {
+    pid_t child = fork();
+    if (child < 0) throw std::runtime_error("fork failed");
+    if (child == 0) {
+        setpgid(0, 0);
+        int in = open("/dev/null", O_RDONLY);
+        int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        int err = open(log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        if (in < 0 || out < 0 || err < 0) _exit(127);
+        dup2(in, 0);
+        dup2(out, 1);
+        dup2(err, 2);
+        // Daemons started by the script must not hold the test's descriptors (a ctest pipe).
+        if (close_range(3, ~0U, 0) != 0) {
+            for (int fd = 3; fd < 1024; ++fd) close(fd);
+        }
+        std::vector<char *> argv;
+        argv.push_back(const_cast<char *>("bash"));
+        argv.push_back(const_cast<char *>(kScript));
+        for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+        argv.push_back(nullptr);
+        execv("/bin/bash", argv.data());
+        _exit(127);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + kScriptTimeout;
+    for (;;) {
+        int status = 0;
+        pid_t done = waitpid(child, &status, WNOHANG);
+        if (done == child) return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        if (done < 0 && errno != EINTR) return -1;
+        if (std::chrono::steady_clock::now() > deadline) {
+            kill(-child, SIGKILL);
+            waitpid(child, &status, 0);
+            return -1;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+bool keep_run_dirs() {
+    const char *keep = std::getenv("KORVEX_KEEP_RUNS");
+    if (keep && *keep && std::string(keep) != "0") return true;
+    return ::testing::UnitTest::GetInstance()->failed_test_count() > 0 ||
+           ::testing::Test::HasFailure();
+}
+
+// A kept run directory loses only the bulky files of the server's /tmp.
+void drop_big_files(const std::string &dir) {
+    std::error_code ec;
+    for (const auto &entry : fs::recursive_directory_iterator(dir, ec)) {
+        if (entry.is_regular_file(ec) && entry.file_size(ec) > (8u << 20)) fs::remove(entry.path(), ec);
+    }
+}
+
+}  // namespace
+
+// --- life cycle ---------------------------------------------------------------------------
+
+std::unique_ptr<GatewayEnv> GatewayEnv::start(const Options &options) {
+    std::unique_ptr<GatewayEnv> env(new GatewayEnv());
+    env->options_ = options;
+    std::string pattern = run_root() + "/run-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("mkdtemp failed under " + run_root() + ": " + std::strerror(errno));
+    env->run_dir_ = pattern;
+
+    for (int attempt = 0;; ++attempt) {
+        env->port_ = free_port();
+        std::vector<std::string> args = {"up",         env->run_dir_, "--port", std::to_string(env->port_),
+                                         "--mpm",      options.mpm,   "--log-level",
+                                         std::to_string(options.log_level),
+                                         "--owner-pid", std::to_string(getpid()),
+                                         "--build-dir", KORVEX_BUILD_DIR};
+        if (!options.with_bus) args.push_back("--no-bus");
+        int status = run_and_wait(args, env->run_dir_ + "/harness.out", env->run_dir_ + "/harness.log");
+        if (status == 0) break;
+        if (status == kPortInUse && attempt < 3) continue;
+        std::string log = tail(read_file(env->run_dir_ + "/harness.log"), 40);
+        env->keep_run_dir_ = true;  // its destructor runs "down" and leaves the logs
+        throw std::runtime_error("gateway.sh up failed (status " + std::to_string(status) + ") in " +
+                                 env->run_dir_ + ":\n" + log);
+    }
+    env->load_env();
+    env->bus_running_ = options.with_bus;
+    return env;
+}
+
+GatewayEnv::~GatewayEnv() {
+    try {
+        run_script({"down", run_dir_});
+    } catch (const std::exception &e) {
+        std::cerr << "gateway down failed: " << e.what() << "\n";
+    }
+    if (keep_run_dir_ || keep_run_dirs()) {
+        drop_big_files(run_dir_);
+        std::cerr << "[korvex] run directory kept: " << run_dir_ << "\n";
+        return;
+    }
+    std::error_code ec;
+    fs::remove_all(run_dir_, ec);
+}
+
+void GatewayEnv::run_script(const std::vector<std::string> &args, std::string *output) const {
+    const std::string out_path = run_dir_ + "/harness.out";
+    const std::string log_path = run_dir_ + "/harness.log";
+    size_t log_before = read_file(log_path).size();
+    int status = run_and_wait(args, out_path, log_path);
+    if (status != 0) {
+        throw std::runtime_error("gateway.sh " + args.front() + " failed (status " + std::to_string(status) +
+                                 "):\n" + read_file(log_path, log_before));
+    }
+    if (output) {
+        *output = read_file(out_path);
+        while (!output->empty() && output->back() == '\n') output->pop_back();
+    }
+}
+
+void GatewayEnv::load_env() {
+    env_.clear();
+    std::istringstream lines(read_file(run_dir_ + "/env"));
+    for (std::string line; std::getline(lines, line);) {
+        size_t eq = line.find('=');
+        if (eq != std::string::npos) env_[line.substr(0, eq)] = line.substr(eq + 1);
+    }
+    bus_address_ = env_value("BUS_ADDRESS");
+    isolation_ = env_value("ISOLATION") == "namespaces";
+}
+
+std::string GatewayEnv::env_value(const std::string &key) const {
+    auto it = env_.find(key);
+    return it == env_.end() ? "" : it->second;
+}
+
+// --- logs and files ----------------------------------------------------------------------
+
+std::string GatewayEnv::error_log() const { return read_file(env_value("ERROR_LOG")); }
+
+size_t GatewayEnv::error_log_size() const {
+    struct stat st{};
+    return stat(env_value("ERROR_LOG").c_str(), &st) == 0 ? static_cast<size_t>(st.st_size) : 0;
+}
+
+std::string GatewayEnv::error_log_since(size_t offset) const {
+    return read_file(env_value("ERROR_LOG"), offset);
+}
+
+size_t GatewayEnv::count_log_lines(const std::string &substring, size_t since) const {
+    std::istringstream lines(error_log_since(since));
+    size_t count = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find(substring) != std::string::npos) ++count;
+    }
+    return count;
+}
+
+bool GatewayEnv::wait_for_log(const std::string &substring, std::chrono::milliseconds timeout,
+                              size_t since) const {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        if (count_log_lines(substring, since) > 0) return true;
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+}
+
+std::string GatewayEnv::server_tmp_path(const std::string &name) const {
+    return env_value("SERVER_TMP") + "/" + name;
+}
+
+void GatewayEnv::write_server_tmp(const std::string &name, const std::string &content) const {
+    const std::string path = server_tmp_path(name);
+    write_file(path, content);
+    if (passwd *account = getpwnam(env_value("SERVER_USER").c_str())) {
+        if (chown(path.c_str(), account->pw_uid, account->pw_gid) != 0)
+            throw std::runtime_error("cannot chown " + path);
+    }
+}
+
+std::string GatewayEnv::stub_log_path() const { return env_value("STUB_LOG"); }
+std::string GatewayEnv::stub_log() const { return read_file(stub_log_path()); }
+
+void GatewayEnv::clear_stub_log() const {
+    // Truncate in place: the file keeps the owner and mode the stand-ins need.
+    if (truncate(stub_log_path().c_str(), 0) != 0) throw std::runtime_error("cannot clear the stub log");
+}
+
+void GatewayEnv::set_site_survey(const std::string &text) const {
+    write_file(run_dir_ + "/stubs/site_survey.txt", text);
+}
+
+// --- processes ---------------------------------------------------------------------------
+
+pid_t GatewayEnv::spawn_process(const std::string &name) {
+    std::string id;
+    run_script({"spawn", run_dir_, name}, &id);
+    return static_cast<pid_t>(std::stol(id));
+}
+
+void GatewayEnv::kill_process(pid_t id) { run_script({"unspawn", run_dir_, std::to_string(id)}); }
+
+void GatewayEnv::bus_stop() {
+    run_script({"bus-stop", run_dir_});
+    bus_running_ = false;
+    load_env();
+}
+
+void GatewayEnv::bus_start() {
+    run_script({"bus-start", run_dir_});
+    bus_running_ = true;
+    load_env();
+}
+
+bool GatewayEnv::bus_running() const { return bus_running_; }
+
+pid_t GatewayEnv::server_pid() const { return static_cast<pid_t>(std::atol(env_value("SERVER_PID").c_str())); }
+
+std::vector<pid_t> GatewayEnv::server_child_pids() const {
+    std::vector<pid_t> pids;
+    const std::string tasks = "/proc/" + std::to_string(server_pid()) + "/task";
+    std::error_code ec;
+    for (const auto &task : fs::directory_iterator(tasks, ec)) {
+        std::istringstream children(read_file(task.path().string() + "/children"));
+        for (long pid; children >> pid;) pids.push_back(static_cast<pid_t>(pid));
+    }
+    return pids;
+}
+
+long GatewayEnv::vm_rss_kb(pid_t pid) {
+    std::istringstream lines(read_file("/proc/" + std::to_string(pid) + "/status"));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, 6, "VmRSS:") == 0) return std::atol(line.c_str() + 6);
+    }
+    return -1;
+}
+
+pid_t GatewayEnv::namespace_pid(pid_t host_pid) {
+    std::istringstream lines(read_file("/proc/" + std::to_string(host_pid) + "/status"));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, 6, "NSpid:") != 0) continue;
+        std::istringstream ids(line.substr(6));
+        long id = -1;
+        for (long next; ids >> next;) id = next;  // the innermost namespace comes last
+        return static_cast<pid_t>(id);
+    }
+    return -1;
+}
+
+std::string GatewayEnv::server_hostname() const {
+    std::string name;
+    run_script({"hostname", run_dir_}, &name);
+    return name;
+}
+
+// --- shared fixture ----------------------------------------------------------------------
+
+namespace {
+
+struct SharedEnv {
+    std::unique_ptr<GatewayEnv> env;
+    std::string error;
+};
+
+SharedEnv &shared() {
+    static SharedEnv state;
+    return state;
+}
+
+// Stops the shared gateway once all tests of the binary have run.
+class SharedEnvCleanup : public ::testing::Environment {
+public:
+    void TearDown() override { shared().env.reset(); }
+};
+
+[[maybe_unused]] const auto *const registered_cleanup =
+    ::testing::AddGlobalTestEnvironment(new SharedEnvCleanup);
+
+}  // namespace
+
+void GatewayTest::use_env(const GatewayEnv::Options &options) {
+    SharedEnv &state = shared();
+    if (state.env && state.env->options() == options) return;
+    state.env.reset();
+    state.error.clear();
+    try {
+        state.env = GatewayEnv::start(options);
+    } catch (const std::exception &e) {
+        state.error = e.what();
+    }
+}
+
+void GatewayTest::restart_env() {
+    GatewayEnv::Options options = shared().env ? shared().env->options() : GatewayEnv::Options();
+    shared().env.reset();
+    use_env(options);
+}
+
+GatewayEnv &GatewayTest::env() {
+    if (!shared().env) throw std::runtime_error("no gateway: " + shared().error);
+    return *shared().env;
+}
+
+void GatewayTest::SetUp() {
+    SharedEnv &state = shared();
+    if (!state.env) GTEST_FAIL() << "the gateway did not start:\n" << state.error;
+    // A test that stopped the bus and failed before restarting it does not spoil the next.
+    if (state.env->options().with_bus && !state.env->bus_running()) state.env->bus_start();
+}
+
+}  // namespace korvex::test

@@ -1,0 +1,121 @@
+// One private gateway for end-to-end tests: bus, simulator and Apache with the module,
+// brought up and torn down with scripts/gateway.sh in a run directory of its own.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace korvex::test {
+
+struct GatewayOptions {
+    std::string mpm = "prefork";  // prefork, worker or event
+    bool with_bus = true;         // false: no bus and no simulator (bus_start() later)
+    int log_level = 2;            // KORVEX_LOG_LEVEL of the server
+
+    bool operator==(const GatewayOptions &o) const {
+        return mpm == o.mpm && with_bus == o.with_bus && log_level == o.log_level;
+    }
+};
+
+class GatewayEnv {
+public:
+    using Options = GatewayOptions;
+
+    // Starts everything on a free port; throws std::runtime_error with the log tail on failure.
+    static std::unique_ptr<GatewayEnv> start(const Options &options = Options());
+    ~GatewayEnv();
+    GatewayEnv(const GatewayEnv &) = delete;
+    GatewayEnv &operator=(const GatewayEnv &) = delete;
+
+    const Options &options() const { return options_; }
+    int port() const { return port_; }
+    const std::string &bus_address() const { return bus_address_; }
+    const std::string &run_dir() const { return run_dir_; }
+    // False when the server shares the host's /tmp, /proc and host name (not root).
+    bool has_isolation() const { return isolation_; }
+    // A fact from RUN_DIR/env (PORT, BUS_ADDRESS, ERROR_LOG, SERVER_PID, ...); "" if absent.
+    std::string env_value(const std::string &key) const;
+
+    // The server's error log, which also holds the module's trace lines.
+    std::string error_log() const;
+    size_t error_log_size() const;
+    std::string error_log_since(size_t offset) const;
+    size_t count_log_lines(const std::string &substring, size_t since = 0) const;
+    // Polls the error log (from offset since) until a line contains substring.
+    bool wait_for_log(const std::string &substring, std::chrono::milliseconds timeout,
+                      size_t since = 0) const;
+
+    // Path, seen from the test, of a file in the server's /tmp ("uImage" -> RUN_DIR/tmp/uImage).
+    std::string server_tmp_path(const std::string &name) const;
+    // Creates or replaces a file in the server's /tmp, owned by the server's account.
+    void write_server_tmp(const std::string &name, const std::string &content) const;
+
+    // Commands the server ran through the recording stand-ins (iwpriv, reboot), one a line.
+    std::string stub_log() const;
+    std::string stub_log_path() const;
+    void clear_stub_log() const;
+    // Output of the iwpriv stand-in for get_site_survey.
+    void set_site_survey(const std::string &text) const;
+
+    // A sleeping process whose argv[0] is name, visible in the server's /proc.
+    pid_t spawn_process(const std::string &name);
+    void kill_process(pid_t id);
+
+    // Stops / restarts dbus-daemon and the simulator on the same socket; the server stays.
+    void bus_stop();
+    void bus_start();
+    bool bus_running() const;
+
+    pid_t server_pid() const;                  // the server's parent process (host pid)
+    std::vector<pid_t> server_child_pids() const;
+    // Resident memory (VmRSS) of a process in kB, -1 if it is gone.
+    static long vm_rss_kb(pid_t pid);
+    // The pid a process has in its own pid namespace: what the server's /proc and its log
+    // lines ("[pid N]") show. Equal to host_pid without isolation; -1 if it is gone.
+    static pid_t namespace_pid(pid_t host_pid);
+    // The host name the server sees (private to it with isolation).
+    std::string server_hostname() const;
+
+private:
+    GatewayEnv() = default;
+    // Runs scripts/gateway.sh with args (command first); throws with its stderr on failure.
+    void run_script(const std::vector<std::string> &args, std::string *output = nullptr) const;
+    void load_env();
+
+    Options options_;
+    int port_ = 0;
+    std::string run_dir_;
+    std::string bus_address_;
+    bool isolation_ = false;
+    bool bus_running_ = false;
+    bool keep_run_dir_ = false;
+    std::map<std::string, std::string> env_;
+};
+
+// Fixture sharing one gateway among all tests of a binary. A suite that needs other
+// options hides SetUpTestSuite:
+//   class WorkerTest : public GatewayTest {
+//    protected:
+//     static void SetUpTestSuite() { use_env({"worker"}); }
+//   };
+// Suites with equal options share the running gateway; a change of options restarts it.
+// Tests that stop the bus must start it again before they end.
+class GatewayTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { use_env(GatewayEnv::Options()); }
+    void SetUp() override;
+
+    static void use_env(const GatewayEnv::Options &options);
+    // Throws away the shared gateway and starts a fresh one with the same options.
+    static void restart_env();
+    static GatewayEnv &env();
+    static int port() { return env().port(); }
+};
+
+}  // namespace korvex::test

@@ -1,0 +1,143 @@
+#include "module/body_buffer.h"
+
+#include <apr_general.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace korvex {
+namespace {
+
+class BodyBufferTest : public ::testing::Test {
+ protected:
+    void SetUp() override {
+        ASSERT_EQ(apr_initialize(), APR_SUCCESS);
+        ASSERT_EQ(apr_pool_create(&pool_, nullptr), APR_SUCCESS);
+    }
+    void TearDown() override {
+        apr_pool_destroy(pool_);
+        apr_terminate();
+    }
+    apr_pool_t *pool_ = nullptr;
+};
+
+TEST(ContentLengthTest, AcceptsDecimalDigitsOnly) {
+    apr_off_t length = -7;
+    EXPECT_TRUE(parse_content_length("0", &length));
+    EXPECT_EQ(length, 0);
+    EXPECT_TRUE(parse_content_length("0012345", &length));
+    EXPECT_EQ(length, 12345);
+    EXPECT_TRUE(parse_content_length("9223372036854775807", &length));
+    EXPECT_EQ(length, 9223372036854775807LL);
+
+    for (const char *bad : {"", "-1", "+5", " 5", "5 ", "12abc", "abc", "0x10",
+                            "9223372036854775808", "99999999999999999999999"}) {
+        length = -7;
+        EXPECT_FALSE(parse_content_length(bad, &length)) << bad;
+        EXPECT_EQ(length, -7) << bad;
+    }
+    EXPECT_FALSE(parse_content_length(nullptr, &length));
+}
+
+TEST(BodyBoundTest, DeclaredLengthBoundedByServerLimit) {
+    EXPECT_EQ(body_bound(100, 0), 100);
+    EXPECT_EQ(body_bound(100, 50), 50);
+    EXPECT_EQ(body_bound(100, 1000), 100);
+    EXPECT_EQ(body_bound(0, 1000), 0);
+    // An absurd declared length never exceeds the cap for an unlimited server.
+    EXPECT_EQ(body_bound(apr_off_t{1} << 60, 0), kUnlimitedBodyCap);
+}
+
+TEST(BodyBoundTest, UnknownLengthReadsUpToTheLimit) {
+    EXPECT_EQ(body_bound(-1, 0), kUnlimitedBodyCap);
+    EXPECT_EQ(body_bound(-1, 4096), 4096);
+}
+
+TEST_F(BodyBufferTest, EmptyBodyIsEmptyText) {
+    BodyBuffer buffer(pool_, 0);
+    char *text = buffer.finish();
+    ASSERT_NE(text, nullptr);
+    EXPECT_STREQ(text, "");
+    EXPECT_TRUE(buffer.append("", 0));
+}
+
+TEST_F(BodyBufferTest, SmallDeclaredLengthAllocatesOnlyThat) {
+    BodyBuffer buffer(pool_, 5);
+    EXPECT_TRUE(buffer.append("ab", 2));
+    EXPECT_EQ(buffer.capacity(), 5u);
+    EXPECT_TRUE(buffer.append("cde", 3));
+    EXPECT_STREQ(buffer.finish(), "abcde");
+    EXPECT_EQ(buffer.size(), 5u);
+}
+
+TEST_F(BodyBufferTest, GrowsByDoublingAsDataArrives) {
+    BodyBuffer buffer(pool_, apr_off_t{1} << 40);  // a huge declared length allocates nothing up front
+    EXPECT_EQ(buffer.capacity(), 0u);
+    const std::string piece(8192, 'x');
+    std::string expected;
+    apr_size_t last_capacity = 0;
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(buffer.append(piece.data(), piece.size()));
+        expected += piece;
+        EXPECT_GE(buffer.capacity(), buffer.size());
+        EXPECT_LE(buffer.capacity(), 2 * buffer.size());
+        if (buffer.capacity() != last_capacity && last_capacity != 0) {
+            EXPECT_EQ(buffer.capacity(), 2 * last_capacity);
+        }
+        last_capacity = buffer.capacity();
+    }
+    EXPECT_EQ(buffer.capacity(), 16u * 8192u);
+    char *text = buffer.finish();
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(std::string(text), expected);
+}
+
+TEST_F(BodyBufferTest, GrowthStopsAtTheBound) {
+    BodyBuffer buffer(pool_, 10000);
+    const std::string piece(8192, 'y');
+    ASSERT_TRUE(buffer.append(piece.data(), piece.size()));
+    ASSERT_TRUE(buffer.append(piece.data(), 1808));
+    EXPECT_EQ(buffer.capacity(), 10000u);
+    EXPECT_EQ(buffer.size(), 10000u);
+    EXPECT_EQ(std::string(buffer.finish()), std::string(10000, 'y'));
+}
+
+TEST_F(BodyBufferTest, BytesBeyondTheBoundFailTheBody) {
+    BodyBuffer buffer(pool_, 10);
+    EXPECT_TRUE(buffer.append("0123456789", 10));
+    EXPECT_FALSE(buffer.append("X", 1));
+    EXPECT_TRUE(buffer.failed());
+    EXPECT_TRUE(buffer.over_bound());
+    EXPECT_EQ(buffer.size(), 10u);
+    EXPECT_FALSE(buffer.append("", 0));
+    EXPECT_EQ(buffer.finish(), nullptr);
+}
+
+TEST_F(BodyBufferTest, PieceStraddlingTheBoundIsDroppedWhole) {
+    BodyBuffer buffer(pool_, 10);
+    EXPECT_TRUE(buffer.append("01234", 5));
+    EXPECT_FALSE(buffer.append("567890", 6));
+    EXPECT_EQ(buffer.size(), 5u);
+    EXPECT_EQ(buffer.finish(), nullptr);
+}
+
+TEST_F(BodyBufferTest, ChunkedBodyReadsUpToTheServerLimit) {
+    BodyBuffer buffer(pool_, body_bound(-1, 20000));
+    const std::string piece(4000, 'c');
+    for (int i = 0; i < 5; ++i) ASSERT_TRUE(buffer.append(piece.data(), piece.size()));
+    EXPECT_FALSE(buffer.append("c", 1));
+    EXPECT_EQ(buffer.finish(), nullptr);
+}
+
+TEST_F(BodyBufferTest, BinaryDataKeptAndTerminated) {
+    const char data[] = {'a', '\0', 'b', '\r', '\n'};
+    BodyBuffer buffer(pool_, sizeof data);
+    ASSERT_TRUE(buffer.append(data, sizeof data));
+    char *text = buffer.finish();
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(std::string(text, sizeof data), std::string(data, sizeof data));
+    EXPECT_EQ(text[sizeof data], '\0');
+}
+
+}  // namespace
+}  // namespace korvex

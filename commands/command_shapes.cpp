@@ -1,0 +1,105 @@
+// Shapes shared by many command handlers (see command_shapes.h).
+#include "commands/command_shapes.h"
+
+#include <cstring>
+
+#include "dbus/primitives.h"
+#include "module/log.h"
+
+namespace korvex::shape {
+
+namespace {
+
+// How the server's formatter writes an absent text for "%s"; spelled out so that the
+// compiler sees no null argument.
+constexpr char kAbsentText[] = "(null)";
+
+}  // namespace
+
+int print_reply(request_rec *r, const char *text, Reply mode) {
+    if (text != nullptr || mode == Reply::kAlways) {
+        ap_rprintf(r, "%s<br>", text != nullptr ? text : kAbsentText);
+    }
+    return (text != nullptr || mode != Reply::kRequired) ? 1 : 0;
+}
+
+int relay(request_rec *r, const char *text, const DbusCallSpec &spec, Reply mode, const char *func) {
+    KLOG_AS(KORVEX_LOG_TRACE, func, "enter %s\n", func);
+    const char *reply = korvex::string_message(r, text, spec);
+    int ret = print_reply(r, reply, mode);
+    KLOG_AS(KORVEX_LOG_TRACE, func, "leave %s\n", func);
+    return ret;
+}
+
+int print_nvram(request_rec *r, const char *key, const char *func) {
+    KLOG_AS(KORVEX_LOG_TRACE, func, "enter %s\n", func);
+    const char *stored = korvex::nvram_get(r, key);
+    int ret = print_reply(r, stored, Reply::kAlways);
+    KLOG_AS(KORVEX_LOG_TRACE, func, "leave %s\n", func);
+    return ret;
+}
+
+int print_number(request_rec *r, int number) {
+    ap_rprintf(r, "%d<br>", number);
+    return 1;
+}
+
+int print_int_call(request_rec *r, int argument, const DbusCallSpec &spec, const char *func) {
+    KLOG_AS(KORVEX_LOG_TRACE, func, "enter %s\n", func);
+    int answer = apache_dbus_send_int_ret_int(r, argument, &spec);
+    int ret = print_number(r, answer);
+    KLOG_AS(KORVEX_LOG_TRACE, func, "leave %s\n", func);
+    return ret;
+}
+
+namespace {
+
+const char *notify(request_rec *r, const char *value, const StoreRule &rule) {
+    const char *text = rule.notify_text != nullptr ? rule.notify_text : value;
+    return korvex::string_message(r, text, *rule.notify_to);
+}
+
+}  // namespace
+
+int store(request_rec *r, const char *value, const StoreRule &rule, const char *func) {
+    KLOG_AS(KORVEX_LOG_TRACE, func, "enter %s\n", func);
+    const char *set_reply = korvex::nvram_set(r, rule.key, value);
+    const char *notify_reply = nullptr;
+    if (rule.notify == Notify::kBeforeCommit) {
+        notify_reply = notify(r, value, rule);
+    }
+    if (rule.commit) {
+        korvex::nvram_commit(r);
+    }
+    if (rule.notify == Notify::kAfterCommit) {
+        notify_reply = notify(r, value, rule);
+    }
+
+    int ret = 1;
+    switch (rule.echo) {
+        case Echo::kNothing:
+            break;
+        case Echo::kSetReply:
+            ret = print_reply(r, set_reply, rule.reply);
+            break;
+        case Echo::kNotifyReply:
+            ret = print_reply(r, notify_reply, rule.reply);
+            break;
+        case Echo::kValue:
+            ret = print_reply(r, value, rule.reply);
+            break;
+    }
+    KLOG_AS(KORVEX_LOG_TRACE, func, "leave %s\n", func);
+    return ret;
+}
+
+int store_if_changed(request_rec *r, const char *value, const StoreRule &rule, const char *func) {
+    const char *current = korvex::nvram_get(r, rule.key);
+    if (current != nullptr && std::strcmp(current, value) == 0) {
+        KLOG_AS(KORVEX_LOG_TRACE, func, "%s unchanged\n", rule.key);
+        return print_reply(r, nullptr, rule.reply);
+    }
+    return store(r, value, rule, func);
+}
+
+}  // namespace korvex::shape

@@ -1,0 +1,75 @@
+// Shapes shared by many command handlers. Most commands of "network.cgi" are one of a few
+// patterns (pass a text to a daemon and print its reply; store a value under one nvram key;
+// print one nvram key; print an integer answer); each pattern lives here once, and a
+// command's handler is a one-line call naming its peer-table row or its rule.
+//
+// Every shape prints with "%s<br>" or "%d<br>" and returns the handler's result (1 success,
+// 0 failure). `func` is the name of the handler the shape acts for; the traces carry it.
+#pragma once
+
+#include "dbus/dbus_types.h"
+#include "module/apache_shim.h"
+
+namespace korvex::shape {
+
+// How a reply text is printed and what it means for the result.
+enum class Reply {
+    kAlways,     // printed even when absent (as "(null)<br>"); success
+    kIfPresent,  // printed only when present; success either way
+    kRequired,   // printed only when present; success only when present
+};
+
+// Prints `text` with "%s<br>" as `mode` says and returns the handler's result.
+int print_reply(request_rec *r, const char *text, Reply mode);
+
+// Sends `text` to the daemon of `spec` (a text-returning call with the time-out of
+// apache_dbus_string_message) and prints the reply as `mode` says.
+int relay(request_rec *r, const char *text, const DbusCallSpec &spec, Reply mode, const char *func);
+
+// Reads nvram `key` and prints it, absent or not; success.
+int print_nvram(request_rec *r, const char *key, const char *func);
+
+// Prints `number` with "%d<br>"; success.
+int print_number(request_rec *r, int number);
+
+// Sends the integer `argument` to the daemon of `spec` and prints the integer answer (-1 when
+// the call failed) with "%d<br>"; success whatever the answer.
+int print_int_call(request_rec *r, int argument, const DbusCallSpec &spec, const char *func);
+
+// ---- Storing a command's value under one nvram key ----
+
+// Which text a store prints.
+enum class Echo {
+    kNothing,      // prints nothing; success
+    kSetReply,     // the platform's reply to the set
+    kNotifyReply,  // the notified daemon's reply
+    kValue,        // the command's own value
+};
+
+// When the notification is sent relative to the commit.
+enum class Notify {
+    kNone,
+    kBeforeCommit,  // after the set, before the commit
+    kAfterCommit,   // after the commit (or after the set when there is no commit)
+};
+
+// One row per storing command: set key := value, maybe commit, maybe tell a daemon.
+struct StoreRule {
+    const char *key;               // nvram key written with the command's value
+    bool commit;                   // commit the working nvram after the set
+    Notify notify;                 // whether and when a daemon is told
+    const DbusCallSpec *notify_to; // the daemon, interface and member told (text call)
+    const char *notify_text;       // fixed text sent; null sends the command's value
+    Echo echo;                     // what is printed
+    Reply reply;                   // how it is printed and what the result is
+};
+
+// Runs a store rule for the command's value.
+int store(request_rec *r, const char *value, const StoreRule &rule, const char *func);
+
+// Runs a store rule only when `value` differs from the stored text of the rule's key (byte
+// comparison; an absent stored text counts as different). When equal nothing is written or
+// sent and an absent text is printed as `rule.reply` says.
+int store_if_changed(request_rec *r, const char *value, const StoreRule &rule, const char *func);
+
+}  // namespace korvex::shape

@@ -1,0 +1,325 @@
+// Application flags and schedules through Apache and the bus: the nvram key each setter
+// writes and commits, whom it tells and when, what it prints, and the user-data stamp.
+#include <ctime>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/support/gateway_env.h"
+#include "tests/support/http_client.h"
+#include "tests/support/sim_client.h"
+
+namespace korvex::test {
+namespace {
+
+const std::string kNvram = "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram ";
+const std::string kCommit = kNvram + "commit(s:commit)";
+const std::string kApp = "com.korvex-labs.www.app com.KorvexLabs.app ";
+const std::string kUserDataChange = "com.korvex-labs.www.sdk com.KorvexLabs.easy.command name(s:userdata_change)";
+
+std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
+std::string set_call(const std::string &key, const std::string &value) {
+    return kNvram + "set(s:" + key + ", s:" + value + ")";
+}
+std::string app_call(const std::string &member, const std::string &value) {
+    return kApp + member + "(s:" + value + ")";
+}
+
+std::string describe(const SimRecord &record) {
+    std::string text = record.destination + " " + record.interface + " " + record.member + "(";
+    for (size_t i = 0; i < record.args.size(); ++i)
+        text += (i ? ", " : "") + record.args[i];
+    return text + ")";
+}
+
+using Calls = std::vector<std::string>;
+
+class AppFlagsTest : public GatewayTest {
+  protected:
+    void SetUp() override {
+        GatewayTest::SetUp();
+        sim_ = std::make_unique<SimClient>(env().bus_address());
+        sim_->reset();
+    }
+
+    std::string run(const std::string &query) {
+        sent_at_ = std::time(nullptr);
+        HttpResponse response = get(port(), "/network.cgi?" + query);
+        answered_at_ = std::time(nullptr);
+        EXPECT_EQ(response.error, "");
+        EXPECT_EQ(response.status, 200);
+        return response.body;
+    }
+
+    Calls calls() {
+        Calls described;
+        for (const SimRecord &record : sim_->records()) described.push_back(describe(record));
+        return described;
+    }
+
+    void app_rule(const std::string &member, const std::string &mode) {
+        sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","interface":"com.KorvexLabs.app","member":")" +
+                       member + R"(",)" + mode + "}");
+    }
+    void nvram_rule(const std::string &member, const std::string &mode) {
+        sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
+                       R"("com.KorvexLabs.platform.nvram","member":")" +
+                       member + R"(",)" + mode + "}");
+    }
+    void expect_committed(const std::string &key, const std::string &value) {
+        EXPECT_EQ(sim_->nvram(key), value) << key;
+        EXPECT_EQ(sim_->nvram_committed(key), value) << key;
+    }
+
+    std::unique_ptr<SimClient> sim_;
+    std::time_t sent_at_ = 0;
+    std::time_t answered_at_ = 0;
+};
+
+// ---- Getters: print the stored text, always done ----
+
+struct Getter {
+    const char *command;
+    const char *key;
+};
+
+void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
+
+class AppGetterTest : public AppFlagsTest, public ::testing::WithParamInterface<Getter> {};
+
+TEST_P(AppGetterTest, PrintsTheStoredValue) {
+    sim_->nvram_put(GetParam().key, "v \"7\" <b>", true);
+    EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
+              std::string("v \"7\" <b><br>") + GetParam().command + " done");
+    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
+}
+
+TEST_P(AppGetterTest, NoReplyPrintsNullAndIsDone) {
+    nvram_rule("get", R"("mode":"error")");
+    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, AppGetterTest,
+                         ::testing::Values(Getter{"getdoscenemode", "doscenemode"},
+                                           Getter{"getp2preconnect", "p2preconnect"},
+                                           Getter{"jsongetuserdata", "jsonsetuserdata"},
+                                           Getter{"jsongetcheckbox", "jsonsetcheckbox"},
+                                           Getter{"jsongetcheckbox2", "jsonsetcheckbox2"},
+                                           Getter{"getsavingtime", "setsavingtime"},
+                                           Getter{"getenableastclock", "enableastclock"},
+                                           Getter{"getenablelock", "enablelock"}),
+                         [](const ::testing::TestParamInfo<Getter> &info) {
+                             return std::string(info.param.command);
+                         });
+
+// ---- Setters that store, commit and print the set reply ----
+
+struct PlainSetter {
+    const char *command;
+    const char *key;
+    bool tells_sdk;  // user-data notification after the commit
+};
+
+void PrintTo(const PlainSetter &p, std::ostream *os) { *os << p.command; }
+
+class AppPlainSetterTest : public AppFlagsTest, public ::testing::WithParamInterface<PlainSetter> {
+  protected:
+    Calls expected(const std::string &value) const {
+        Calls expected{set_call(GetParam().key, value), kCommit};
+        if (GetParam().tells_sdk) expected.push_back(kUserDataChange);
+        return expected;
+    }
+};
+
+TEST_P(AppPlainSetterTest, StoresCommitsAndPrintsTheSetReply) {
+    EXPECT_EQ(run(std::string(GetParam().command) + "=3%2C5"), std::string("3,5<br>") + GetParam().command + " done");
+    EXPECT_EQ(calls(), expected("3,5"));
+    expect_committed(GetParam().key, "3,5");
+}
+
+TEST_P(AppPlainSetterTest, EmptyValueIsStoredAsEmptyText) {
+    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("<br>") + GetParam().command + " done");
+    EXPECT_EQ(calls(), expected(""));
+    expect_committed(GetParam().key, "");
+}
+
+TEST_P(AppPlainSetterTest, NoSetReplyPrintsNullAndIsDone) {
+    nvram_rule("set", R"("mode":"error")");
+    EXPECT_EQ(run(std::string(GetParam().command) + "=1"), std::string("(null)<br>") + GetParam().command + " done");
+    EXPECT_EQ(calls(), expected("1"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, AppPlainSetterTest,
+                         ::testing::Values(PlainSetter{"jsonsetcheckbox", "jsonsetcheckbox", true},
+                                           PlainSetter{"jsonsetcheckbox2", "jsonsetcheckbox2", true},
+                                           PlainSetter{"setsavingtime", "setsavingtime", false},
+                                           PlainSetter{"enableswitchall", "enableswitchall", false},
+                                           PlainSetter{"enabletimer", "enabletimer", false}),
+                         [](const ::testing::TestParamInfo<PlainSetter> &info) {
+                             return std::string(info.param.command);
+                         });
+
+TEST_F(AppFlagsTest, EnableswitchallAndEnabletimerHaveNoGetter) {
+    EXPECT_EQ(run("getenableswitchall=1"), "getenableswitchall doesn't exist");
+    EXPECT_EQ(run("getenabletimer=1"), "getenabletimer doesn't exist");
+}
+
+// ---- Scene mode: the application is told before the commit; its reply decides ----
+
+TEST_F(AppFlagsTest, DoscenemodeTellsTheApplicationBeforeTheCommitAndPrintsItsReply) {
+    app_rule("doscenemode", R"("mode":"values","signature":"s","values":["scene 2 on"])");
+    EXPECT_EQ(run("doscenemode=2"), "scene 2 on<br>doscenemode done");
+    EXPECT_EQ(calls(), (Calls{set_call("doscenemode", "2"), app_call("doscenemode", "2"), kCommit}));
+    expect_committed("doscenemode", "2");
+}
+
+TEST_F(AppFlagsTest, DoscenemodeWithApplicationAbsentStoresAndCommitsButFails) {
+    sim_->set_absent("com.korvex-labs.www.app", true);
+    EXPECT_EQ(run("doscenemode=2"), "doscenemode failed");
+    EXPECT_EQ(calls(), (Calls{set_call("doscenemode", "2"), kCommit}));
+    expect_committed("doscenemode", "2");
+}
+
+TEST_F(AppFlagsTest, DoscenemodeWithApplicationErrorFails) {
+    app_rule("doscenemode", R"("mode":"error")");
+    EXPECT_EQ(run("doscenemode=1"), "doscenemode failed");
+    EXPECT_EQ(calls(), (Calls{set_call("doscenemode", "1"), app_call("doscenemode", "1"), kCommit}));
+}
+
+// ---- Daylight saving ----
+
+TEST_F(AppFlagsTest, SetDstStoresCommitsAndPrintsTheSetReply) {
+    EXPECT_EQ(run("setDST=M3.5.0%2FM10.5.0"), "M3.5.0/M10.5.0<br>setDST done");
+    EXPECT_EQ(calls(), (Calls{set_call("setDST", "M3.5.0/M10.5.0"), kCommit}));
+    expect_committed("setDST", "M3.5.0/M10.5.0");
+}
+
+TEST_F(AppFlagsTest, SetDstWithoutSetReplyFailsAfterAskingTheCommit) {
+    nvram_rule("set", R"("mode":"silent")");
+    EXPECT_EQ(run("setDST=1"), "setDST failed");
+    EXPECT_EQ(calls(), (Calls{set_call("setDST", "1"), kCommit}));
+}
+
+TEST_F(AppFlagsTest, SetDstNameIsCaseSensitive) {
+    EXPECT_EQ(run("setdst=1"), "setdst doesn't exist");
+    EXPECT_EQ(calls(), Calls{});
+}
+
+TEST_F(AppFlagsTest, GetDstTellsTheApplicationItsValueBeforeReading) {
+    sim_->nvram_put("setDST", "1", true);
+    EXPECT_EQ(run("getDST=M3.5.0"), "1<br>getDST done");
+    EXPECT_EQ(calls(), (Calls{app_call("setDST", "M3.5.0"), get_call("setDST")}));
+    expect_committed("setDST", "1");
+}
+
+TEST_F(AppFlagsTest, GetDstIgnoresTheApplicationsAbsence) {
+    sim_->set_absent("com.korvex-labs.www.app", true);
+    EXPECT_EQ(run("getDST="), "0<br>getDST done");
+    EXPECT_EQ(calls(), Calls{get_call("setDST")});
+}
+
+// ---- P2P reconnection: prints its own value ----
+
+TEST_F(AppFlagsTest, P2preconnectPrintsItsOwnValueWhateverTheApplicationAnswers) {
+    app_rule("p2preconnect", R"("mode":"values","signature":"s","values":["refused"])");
+    EXPECT_EQ(run("p2preconnect=1"), "1<br>p2preconnect done");
+    EXPECT_EQ(calls(), (Calls{set_call("p2preconnect", "1"), app_call("p2preconnect", "1"), kCommit}));
+    expect_committed("p2preconnect", "1");
+}
+
+TEST_F(AppFlagsTest, P2preconnectWithApplicationAbsentStillPrintsItsValue) {
+    sim_->set_absent("com.korvex-labs.www.app", true);
+    EXPECT_EQ(run("p2preconnect=1"), "1<br>p2preconnect done");
+    EXPECT_EQ(calls(), (Calls{set_call("p2preconnect", "1"), kCommit}));
+}
+
+// ---- Astronomical clock: prints the application's reply, always done ----
+
+TEST_F(AppFlagsTest, EnableastclockTellsTheApplicationBeforeTheCommit) {
+    EXPECT_EQ(run("enableastclock=0"), "ok<br>enableastclock done");
+    EXPECT_EQ(calls(), (Calls{set_call("enableastclock", "0"), app_call("enableastclock", "0"), kCommit}));
+    expect_committed("enableastclock", "0");
+}
+
+TEST_F(AppFlagsTest, EnableastclockWithoutApplicationReplyPrintsNullAndIsDone) {
+    sim_->set_absent("com.korvex-labs.www.app", true);
+    EXPECT_EQ(run("enableastclock=0"), "(null)<br>enableastclock done");
+    expect_committed("enableastclock", "0");
+}
+
+// ---- Lock: written and told only when the value changes ----
+
+TEST_F(AppFlagsTest, EnablelockWithUnchangedValuePrintsNullAndWritesNothing) {
+    sim_->nvram_put("enablelock", "1", true);
+    EXPECT_EQ(run("enablelock=1"), "(null)<br>enablelock done");
+    EXPECT_EQ(calls(), Calls{get_call("enablelock")});
+    expect_committed("enablelock", "1");
+}
+
+TEST_F(AppFlagsTest, EnablelockWithNewValueCommitsThenTellsTheApplication) {
+    EXPECT_EQ(run("enablelock=1"), "1<br>enablelock done");
+    EXPECT_EQ(calls(), (Calls{get_call("enablelock"), set_call("enablelock", "1"), kCommit,
+                              app_call("enablelock", "1")}));
+    expect_committed("enablelock", "1");
+}
+
+TEST_F(AppFlagsTest, EnablelockComparesBytesExactly) {
+    EXPECT_EQ(run("enablelock=0%20"), "0 <br>enablelock done");
+    EXPECT_EQ(calls(), (Calls{get_call("enablelock"), set_call("enablelock", "0 "), kCommit,
+                              app_call("enablelock", "0 ")}));
+}
+
+TEST_F(AppFlagsTest, EnablelockWithUnreadableValueStoresAndTells) {
+    nvram_rule("get", R"("mode":"error")");
+    EXPECT_EQ(run("enablelock=0"), "0<br>enablelock done");
+    EXPECT_EQ(calls(), (Calls{get_call("enablelock"), set_call("enablelock", "0"), kCommit,
+                              app_call("enablelock", "0")}));
+}
+
+TEST_F(AppFlagsTest, EnablelockWithApplicationAbsentIsDone) {
+    sim_->set_absent("com.korvex-labs.www.app", true);
+    EXPECT_EQ(run("enablelock=1"), "1<br>enablelock done");
+    expect_committed("enablelock", "1");
+}
+
+// ---- User data: stored, stamped, committed, the SDK told, the stamp printed ----
+
+TEST_F(AppFlagsTest, JsonsetuserdataPrintsTheNewStampAndCommitsDataAndStamp) {
+    std::string body = run("jsonsetuserdata=%7B%22favourites%22%3A%5B3%5D%7D");
+    const std::string suffix = "<br>jsonsetuserdata done";
+    ASSERT_GT(body.size(), suffix.size());
+    ASSERT_EQ(body.substr(body.size() - suffix.size()), suffix) << body;
+    std::string stamp = body.substr(0, body.size() - suffix.size());
+    ASSERT_EQ(stamp.find_first_not_of("0123456789"), std::string::npos) << stamp;
+    EXPECT_GE(std::stol(stamp), static_cast<long>(sent_at_));
+    EXPECT_LE(std::stol(stamp), static_cast<long>(answered_at_));
+
+    EXPECT_EQ(calls(), (Calls{set_call("jsonsetuserdata", "{\"favourites\":[3]}"),
+                              set_call("jsongetuserdata_number", stamp), kCommit, kUserDataChange}));
+    expect_committed("jsonsetuserdata", "{\"favourites\":[3]}");
+    expect_committed("jsongetuserdata_number", stamp);
+}
+
+TEST_F(AppFlagsTest, JsonsetuserdataStampReachesTheNextStatusSnapshot) {
+    std::string body = run("jsonsetuserdata=x");
+    std::string stamp = body.substr(0, body.find("<br>"));
+    std::string snapshot = run("jsongetupdate=");
+    const std::string member = "\"jsongetuserdata_number\":" + stamp;
+    size_t at = snapshot.find(member);
+    ASSERT_NE(at, std::string::npos) << snapshot;
+    EXPECT_NE(std::string(",}").find(snapshot[at + member.size()]), std::string::npos) << snapshot;
+    EXPECT_EQ(snapshot.substr(snapshot.size() - 22), "<br>jsongetupdate done");
+}
+
+TEST_F(AppFlagsTest, JsonsetuserdataWithEveryDaemonFailingStillPrintsTheStamp) {
+    nvram_rule("set", R"("mode":"error")");
+    sim_->set_absent("com.korvex-labs.www.sdk", true);
+    std::string body = run("jsonsetuserdata=");
+    EXPECT_EQ(body.size(), std::string("1760000000<br>jsonsetuserdata done").size()) << body;
+    EXPECT_EQ(body.find_first_not_of("0123456789"), 10u) << body;
+    EXPECT_EQ(sim_->nvram_committed("jsonsetuserdata"), "{\"favourites\":[2,5]}");
+}
+
+}  // namespace
+}  // namespace korvex::test

@@ -1,0 +1,189 @@
+// "jsongetupdate": the gateway status snapshot a polling client compares with its cache.
+//
+// All 22 queries leave at once, in the order of the table below, and their replies are
+// collected together (dbus/call_batch.h); then the object is built row by row.
+#include <jansson.h>
+
+#include <cstddef>
+#include <cstdlib>
+
+#include "commands/app/change_stamp.h"
+#include "commands/app/timezone_mapping.h"
+#include "dbus/call_batch.h"
+#include "dbus/peer_catalog.h"
+#include "module/log.h"
+#include "registry/handlers.h"
+
+namespace {
+
+using korvex::dbus::TextCall;
+using korvex::dbus::TextCallShape;
+
+constexpr char kHandlerName[] = "jsonGetUpdate";
+constexpr int kLogLevel = KORVEX_LOG_REQUEST;
+constexpr std::size_t kJsonFlags = JSON_COMPACT | JSON_ENSURE_ASCII | JSON_SORT_KEYS;
+
+// How a row's reply becomes a member.
+enum class Kind {
+    kStamp,     // integer; member and exported stamp only when non-zero
+    kText,      // string as read
+    kCopy,      // string copied with "%s" (a missing reply becomes "(null)")
+    kVersion,   // two replies joined as "%s:%s"
+    kInteger,   // atoi of the text
+    kTimeZone,  // zone number of the stored zone name
+};
+
+struct Row {
+    const char *log_format;  // null: the row is not logged
+    const DbusCallSpec *spec;
+    const char *argument;  // the nvram key, or the text sent
+    const char *member;
+    Kind kind;
+    const DbusCallSpec *second_spec;  // kVersion: the second call, sent with the same argument
+    int *stamp;                       // kStamp: the exported integer it refreshes
+};
+
+namespace peer = korvex::peer;
+
+constexpr const DbusCallSpec *kNvram = &peer::kNvramGet;
+
+const Row kRows[] = {
+    {nullptr, kNvram, "jsonsetall_number", "jsonsetall_number", Kind::kStamp, nullptr, &jsonsetall_number},
+    {nullptr, kNvram, "jsongetuserdata_number", "jsongetuserdata_number", Kind::kStamp, nullptr,
+     &jsongetuserdata_number},
+    {"1.%s\n", kNvram, "setastclock_lon", "setastclock_lon", Kind::kText, nullptr, nullptr},
+    {"2.%s\n", kNvram, "setastclock_lat", "setastclock_lat", Kind::kText, nullptr, nullptr},
+    {"3. %s\n", &peer::kSdkFirmwareVersion, peer::kSdkProcessName, "swversion", Kind::kVersion,
+     &peer::kSdkFirmwareDate, nullptr},
+    {"4. %s\n", kNvram, "TUTK_UUID", "TUTK_UUID", Kind::kText, nullptr, nullptr},
+    {"5.%s\n", kNvram, "UUID", "Orbweb_UUID", Kind::kText, nullptr, nullptr},
+    {"6.%s\n", kNvram, "WifiMode", "WifiMode", Kind::kText, nullptr, nullptr},
+    {"7.%s\n", kNvram, "SSID1", "AP_SSID", Kind::kText, nullptr, nullptr},
+    {"8.%s\n", kNvram, "STA_SSID1", "STA_SSID", Kind::kText, nullptr, nullptr},
+    {"9.%s\n", kNvram, "TimeZone", "TZ", Kind::kTimeZone, nullptr, nullptr},
+    {"10.%s\n", kNvram, "jsonsetcheckbox", "jsonsetcheckbox", Kind::kInteger, nullptr, nullptr},
+    {"11.%s\n", kNvram, "jsonsetcheckbox2", "jsonsetcheckbox2", Kind::kInteger, nullptr, nullptr},
+    {"12.%s\n", kNvram, "SU_PASSWORD", "SU_PASSWORD", Kind::kText, nullptr, nullptr},
+    {"13.%s\n", &peer::kGetModel, peer::kGetModelArgument, "PLATFORM_MODEL", Kind::kText, nullptr, nullptr},
+    {"14.%s\n", kNvram, "enablelock", "enablelock", Kind::kInteger, nullptr, nullptr},
+    {"15.%s\n", kNvram, "enableastclock", "enableastclock", Kind::kInteger, nullptr, nullptr},
+    {"16.%s\n", kNvram, "doscenemode", "doscenemode", Kind::kInteger, nullptr, nullptr},
+    {"17.%s\n", &peer::kNetGetMac, peer::kWanInterface, "eth:", Kind::kCopy, nullptr, nullptr},
+    {"18.%s\n", &peer::kNetGetMac, peer::kWifiInterface, "wifi:", Kind::kCopy, nullptr, nullptr},
+    {"19.%s\n", kNvram, "language", "language", Kind::kInteger, nullptr, nullptr},
+};
+
+constexpr std::size_t kRowCount = sizeof kRows / sizeof kRows[0];
+
+constexpr std::size_t count_calls() {
+    std::size_t n = 0;
+    for (const Row &row : kRows) {
+        n += row.second_spec != nullptr ? 2 : 1;
+    }
+    return n;
+}
+constexpr std::size_t kCallCount = count_calls();
+static_assert(kCallCount == 22, "the snapshot asks 22 questions");
+
+TextCallShape shape_of(const DbusCallSpec *spec) {
+    return spec == kNvram ? TextCallShape::kNvramGet : TextCallShape::kStringMessage;
+}
+
+// The calls of every row, in row order (a two-call row contributes both, first to second).
+void plan_calls(TextCall (&calls)[kCallCount]) {
+    std::size_t n = 0;
+    for (const Row &row : kRows) {
+        calls[n++] = TextCall{row.spec, row.argument, shape_of(row.spec), nullptr};
+        if (row.second_spec != nullptr) {
+            calls[n++] = TextCall{row.second_spec, row.argument, shape_of(row.second_spec), nullptr};
+        }
+    }
+}
+
+const char *or_null_marker(const char *text) { return text != nullptr ? text : "(null)"; }
+
+void set_integer(json_t *object, const char *member, long long value) {
+    json_object_set_new(object, member, json_integer(value));
+}
+
+// A null or non-UTF-8 text makes json_string give null, which the object refuses: the
+// member is then absent.
+void set_text(json_t *object, const char *member, const char *text) {
+    if (text != nullptr) {
+        json_object_set_new(object, member, json_string(text));
+    }
+}
+
+// Adds one row's member from its reply (and, for a two-call row, the second reply).
+void add_member(request_rec *r, json_t *object, const Row &row, const char *value, const char *second) {
+    const char *logged = value;
+    switch (row.kind) {
+        case Kind::kStamp:
+            // A stamp that could not be read keeps its last value and is left out.
+            if (value != nullptr) {
+                *row.stamp = std::atoi(value);
+                if (*row.stamp != 0) {
+                    set_integer(object, row.member, *row.stamp);
+                }
+            }
+            break;
+        case Kind::kText:
+            set_text(object, row.member, value);
+            break;
+        case Kind::kCopy:
+            logged = or_null_marker(value);
+            set_text(object, row.member, logged);
+            break;
+        case Kind::kVersion:
+            logged = apr_psprintf(r->pool, "%s:%s", or_null_marker(value), or_null_marker(second));
+            set_text(object, row.member, logged);
+            break;
+        case Kind::kInteger:
+            // No reply at all: the member is left out (a reply without text reads as 0).
+            if (value != nullptr) {
+                set_integer(object, row.member, std::atoi(value));
+            }
+            break;
+        case Kind::kTimeZone:
+            if (value != nullptr) {
+                set_integer(object, row.member, korvex::timezone_number(value));
+            }
+            break;
+    }
+    if (row.log_format != nullptr) {
+        KLOG_AS(kLogLevel, kHandlerName, row.log_format, or_null_marker(logged));
+    }
+}
+
+}  // namespace
+
+extern "C" KORVEX_EXPORT int jsonGetUpdate(request_rec *r, char * /*value*/) {
+    KLOG_AS(kLogLevel, kHandlerName, "0. jsongetupdate start !!\n");
+
+    TextCall calls[kCallCount];
+    plan_calls(calls);
+    korvex::dbus::call_text_batch(r, calls, kCallCount, kHandlerName);
+
+    json_t *object = json_object();
+    if (object == nullptr) {
+        return 0;
+    }
+    std::size_t n = 0;
+    for (const Row &row : kRows) {
+        const char *value = calls[n++].result;
+        const char *second = row.second_spec != nullptr ? calls[n++].result : nullptr;
+        add_member(r, object, row, value, second);
+    }
+
+    char *text = json_dumps(object, kJsonFlags);
+    KLOG_AS(kLogLevel, kHandlerName, "20.%s\n", or_null_marker(text));
+    int result = 0;
+    if (text != nullptr) {
+        KLOG_AS(kLogLevel, kHandlerName, "20. %s\n", text);
+        ap_rprintf(r, "%s<br>", text);
+        std::free(text);
+        result = 1;
+    }
+    json_decref(object);
+    return result;
+}

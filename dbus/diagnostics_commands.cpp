@@ -1,0 +1,77 @@
+// Diagnostic commands: list queries printed as HTML lines, the memory-debug request and
+// the process-size report.
+#include <jansson.h>
+
+#include <cstdlib>
+
+#include "dbus/list_queries.h"
+#include "dbus/oom_row.h"
+#include "dbus/peer_catalog.h"
+#include "module/log.h"
+#include "module/process_scan.h"
+#include "registry/handlers.h"
+
+namespace {
+
+// Prints one "%s<br>" line per node (nothing for a failed fetch or an empty list).
+template <class Node>
+void print_lines(request_rec *r, ListLink *head, char *Node::*field) {
+    for (Node *node : korvex::ring<Node>(head)) {
+        ap_rprintf(r, "%s<br>", node->*field);
+    }
+}
+
+// The processes of the memory report, in the order they are looked up.
+constexpr const char *kReportedProcesses[] = {korvex::peer::kAppProcessName, "platform", "httpd",
+                                              korvex::peer::kSdkProcessName};
+
+constexpr std::size_t kJsonFlags = JSON_COMPACT | JSON_ENSURE_ASCII | JSON_SORT_KEYS;
+
+}  // namespace
+
+extern "C" KORVEX_EXPORT int listOOM(request_rec *r, char * /*value*/) {
+    ListLink *head = korvex_dbus_message_get_oom_score_list(r);
+    for (OomNode *node : korvex::ring<OomNode>(head)) {
+        ap_rputs(korvex::format_oom_row(r->pool, node->score, node->pid, node->name), r);
+    }
+    return 1;
+}
+
+extern "C" KORVEX_EXPORT int listAllocated(request_rec *r, char * /*value*/) {
+    print_lines(r, korvex_dbus_message_get_allocatedMem_list(r), &AllocatedMemNode::line);
+    return 1;
+}
+
+extern "C" KORVEX_EXPORT int listNVRAM(request_rec *r, char *value) {
+    ListLink *head = korvex_dbus_message_get_nvram_list(r, value);
+    if (head == nullptr) {
+        return 0;
+    }
+    print_lines(r, head, &NvramListNode::line);
+    return 1;
+}
+
+extern "C" KORVEX_EXPORT int memory_debug(request_rec *r, char * /*value*/) {
+    return dbus_memory_debug(r, korvex::peer::kAppProcessName) == 1 ? 1 : 0;
+}
+
+extern "C" KORVEX_EXPORT int memUsage(request_rec *r, char * /*value*/) {
+    json_t *report = json_object();
+    if (report == nullptr) {
+        return 0;
+    }
+    for (const char *name : kReportedProcesses) {
+        const long pid = proc_find(name);
+        if (pid > 0) {
+            addProcess(report, name, getVmSize(static_cast<int>(pid)));
+        }
+    }
+    char *text = json_dumps(report, kJsonFlags);
+    json_decref(report);
+    if (text == nullptr) {
+        return 0;
+    }
+    ap_rprintf(r, "%s<br>", text);
+    std::free(text);
+    return 1;
+}

@@ -1,0 +1,248 @@
+#include "dbus/list_queries.h"
+
+#include <dbus/dbus.h>
+
+#include <cstring>
+#include <utility>
+
+#include "dbus/call.h"
+#include "dbus/dbus_ptr.h"
+#include "dbus/peer_catalog.h"
+#include "module/log.h"
+
+namespace {
+
+using korvex::dbus::MessagePtr;
+
+constexpr int kTrace = KORVEX_LOG_TRACE;
+constexpr int kError = KORVEX_LOG_ERROR;
+
+// A cleared node from the request pool, its link pointing to itself.
+template <class Node>
+Node *make_node(request_rec *r, const char *func) {
+    auto *node = static_cast<Node *>(apr_pcalloc(r->pool, sizeof(Node)));
+    if (node == nullptr) {
+        KLOG_AS(kError, func, "calloc fail\n");
+        return nullptr;
+    }
+    INIT_LIST_HEAD(&node->link);
+    return node;
+}
+
+// One list call: where it goes, what it carries and how a missing reply is logged.
+struct ListCall {
+    const char *func;         // the fetcher's name, for its log lines
+    const char *dest;         // may be null: the call then has no destination
+    const DbusCallSpec *spec;  // interface, member and time-out
+    const char *argument;     // the one STRING argument
+    const char *logged_ifac;  // null: "No reply"; else the detailed line naming this interface
+};
+
+void log_no_reply(const ListCall &call) {
+    if (call.logged_ifac == nullptr) {
+        KLOG_AS(kError, call.func, "No reply\n");
+    } else {
+        KLOG_AS(kError, call.func, "No reply, dest: %s, ifac: %s, cmd: %s, process: %s\n",
+                call.dest != nullptr ? call.dest : "(null)", call.logged_ifac, call.spec->cmd, call.argument);
+    }
+}
+
+// Sends the call on the thread's connection and blocks for its reply; null when none came.
+MessagePtr call_and_wait(request_rec *r, const ListCall &call) {
+    auto result = korvex::dbus::call_method(r, call.func, call.dest, call.spec->ifac, call.spec->cmd,
+                                            call.spec->timeout, [&call](DBusMessage *message) {
+                                                return korvex::dbus::append_string(message, call.argument);
+                                            });
+    if (result.status == korvex::dbus::CallStatus::kNoReply) {
+        log_no_reply(call);
+    }
+    return std::move(result.reply);
+}
+
+// Enters the reply's first argument when it is a container; false otherwise.
+bool enter_first_container(DBusMessage *reply, DBusMessageIter *inner) {
+    DBusMessageIter outer;
+    if (!dbus_message_iter_init(reply, &outer) ||
+        !dbus_type_is_container(dbus_message_iter_get_arg_type(&outer))) {
+        return false;
+    }
+    dbus_message_iter_recurse(&outer, inner);
+    return true;
+}
+
+// The current element when it is a text (pointing into the reply), else null.
+const char *peek_text(DBusMessageIter *iter) {
+    if (dbus_message_iter_get_arg_type(iter) != DBUS_TYPE_STRING) {
+        return nullptr;
+    }
+    const char *text = nullptr;
+    dbus_message_iter_get_basic(iter, &text);
+    return text;
+}
+
+// A request-pool copy of the current element when it is a text, else null.
+char *copy_text(request_rec *r, DBusMessageIter *iter) {
+    const char *text = peek_text(iter);
+    return text != nullptr ? apr_pstrdup(r->pool, text) : nullptr;
+}
+
+ListLink *new_head(request_rec *r) {
+    auto *head = static_cast<ListLink *>(apr_palloc(r->pool, sizeof(ListLink)));
+    INIT_LIST_HEAD(head);
+    return head;
+}
+
+// One node per text element, in reply order; elements of another type are skipped.
+template <class Node>
+ListLink *read_text_list(request_rec *r, DBusMessage *reply, Node *(*make)(request_rec *), char *Node::*field,
+                         const char *trace_func = nullptr) {
+    ListLink *head = new_head(r);
+    DBusMessageIter iter;
+    if (!enter_first_container(reply, &iter)) {
+        return head;
+    }
+    for (; dbus_message_iter_get_arg_type(&iter) != DBUS_TYPE_INVALID; dbus_message_iter_next(&iter)) {
+        char *text = copy_text(r, &iter);
+        if (text == nullptr) {
+            continue;
+        }
+        Node *node = make(r);
+        if (node == nullptr) {
+            break;
+        }
+        node->*field = text;
+        if (trace_func != nullptr) {
+            KLOG_AS(kTrace, trace_func, "list_add ssid: %s, ssid: %s\n", text, peek_text(&iter));
+        }
+        list_add_tail(&node->link, head);
+    }
+    return head;
+}
+
+// The text field of an out-of-memory group, read only when another element follows it.
+void read_group_text(request_rec *r, DBusMessageIter *iter, char **field, const char *func) {
+    if (!dbus_message_iter_has_next(iter)) {
+        KLOG_AS(kError, func, "dbus_message_iter_has_next == FALSE\n");
+        return;
+    }
+    *field = copy_text(r, iter);
+    dbus_message_iter_next(iter);
+}
+
+uint32_t read_u32(DBusMessageIter *iter) {
+    const int type = dbus_message_iter_get_arg_type(iter);
+    if (type != DBUS_TYPE_UINT32 && type != DBUS_TYPE_INT32) {
+        return 0;
+    }
+    dbus_uint32_t value = 0;
+    dbus_message_iter_get_basic(iter, &value);
+    return value;
+}
+
+// Groups of four elements: 32-bit id, name, score, one element that is skipped.
+ListLink *read_oom_list(request_rec *r, DBusMessage *reply, const char *func) {
+    ListLink *head = new_head(r);
+    DBusMessageIter iter;
+    if (!enter_first_container(reply, &iter) || dbus_message_iter_get_arg_type(&iter) == DBUS_TYPE_INVALID) {
+        return head;
+    }
+    do {
+        OomNode *node = callocOOM(r);
+        if (node == nullptr) {
+            break;
+        }
+        node->pid = read_u32(&iter);
+        dbus_message_iter_next(&iter);
+        read_group_text(r, &iter, &node->name, func);
+        read_group_text(r, &iter, &node->score, func);
+        list_add_tail(&node->link, head);
+    } while (dbus_message_iter_next(&iter));
+    return head;
+}
+
+namespace peer = korvex::peer;
+
+}  // namespace
+
+AllocatedMemNode *callocAllocatedMem(request_rec *r) { return make_node<AllocatedMemNode>(r, __func__); }
+OomNode *callocOOM(request_rec *r) { return make_node<OomNode>(r, __func__); }
+SsidNode *callocSsidNode(request_rec *r) { return make_node<SsidNode>(r, __func__); }
+NvramListNode *callocNvramList(request_rec *r) { return make_node<NvramListNode>(r, __func__); }
+
+ListLink *korvex_dbus_message_get_allocatedMem_list(request_rec *r) {
+    KLOG(kTrace, "enter %s\n", __func__);
+    const ListCall call{__func__, peer::kSdkGetAllocated.dest, &peer::kSdkGetAllocated, peer::kSdkProcessName,
+                        peer::kSdkGetAllocated.ifac};
+    MessagePtr reply = call_and_wait(r, call);
+    if (!reply) {
+        return nullptr;
+    }
+    ListLink *head = read_text_list(r, reply.get(), callocAllocatedMem, &AllocatedMemNode::line);
+    KLOG(kTrace, "leave %s\n", __func__);
+    return head;
+}
+
+ListLink *korvex_dbus_message_get_oom_score_list(request_rec *r) {
+    KLOG(kTrace, "enter %s\n", __func__);
+    const ListCall call{__func__, peer::kWatchdogOomList.dest, &peer::kWatchdogOomList,
+                        peer::kWatchdogOomListArgument, nullptr};
+    MessagePtr reply = call_and_wait(r, call);
+    if (!reply) {
+        return nullptr;
+    }
+    ListLink *head = read_oom_list(r, reply.get(), __func__);
+    KLOG(kTrace, "leave %s\n", __func__);
+    return head;
+}
+
+ListLink *korvex_dbus_message_get_nvram_list(request_rec *r, const char *value) {
+    KLOG(kTrace, "enter %s\n", __func__);
+    const ListCall call{__func__, peer::kNvramGetList.dest, &peer::kNvramGetList,
+                        value != nullptr ? value : "", nullptr};
+    MessagePtr reply = call_and_wait(r, call);
+    if (!reply) {
+        return nullptr;
+    }
+    ListLink *head = read_text_list(r, reply.get(), callocNvramList, &NvramListNode::line);
+    KLOG(kTrace, "leave %s\n", __func__);
+    return head;
+}
+
+ListLink *korvex_dbus_message_wifi_ssid_refresh(request_rec *r) {
+    KLOG(kTrace, "enter %s\n", __func__);
+    // The argument is the member's own name, "refresh".
+    const ListCall call{__func__, peer::kWifiSsidRefresh.dest, &peer::kWifiSsidRefresh,
+                        peer::kWifiSsidRefresh.cmd, nullptr};
+    MessagePtr reply = call_and_wait(r, call);
+    if (!reply) {
+        return nullptr;
+    }
+    ListLink *head = read_text_list(r, reply.get(), callocSsidNode, &SsidNode::ssid, __func__);
+    KLOG(kTrace, "leave %s\n", __func__);
+    return head;
+}
+
+int dbus_memory_debug(request_rec *r, const char *process) {
+    KLOG(kTrace, "enter %s\n", __func__);
+    const char *dest = process != nullptr && std::strcmp(process, peer::kAppProcessName) == 0
+                           ? peer::kMemoryDebug.dest
+                           : nullptr;
+    const ListCall call{__func__, dest, &peer::kMemoryDebug, process != nullptr ? process : "",
+                        peer::kIfMemory};
+    MessagePtr reply = call_and_wait(r, call);
+    if (!reply) {
+        return -1;
+    }
+    ap_rprintf(r, "***** %s *****<br>", call.argument);
+    DBusMessageIter iter;
+    if (enter_first_container(reply.get(), &iter)) {
+        for (; dbus_message_iter_get_arg_type(&iter) != DBUS_TYPE_INVALID; dbus_message_iter_next(&iter)) {
+            if (const char *line = peek_text(&iter)) {
+                ap_rprintf(r, "%s<br>", line);
+            }
+        }
+    }
+    ap_rputs("<br>", r);
+    KLOG(kTrace, "leave %s\n", __func__);
+    return 1;
+}

@@ -1,0 +1,94 @@
+// List queries: one method call each, whose reply's first argument is a container of
+// elements; the elements come back as an intrusive ring whose head, nodes and texts live in
+// the request pool. Nodes are cleared at construction, so a field the reply does not supply
+// is null (or 0). An empty container gives an empty ring.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "module/apache_shim.h"
+#include "registry/command_table.h"
+
+struct AllocatedMemNode {
+    char *line;
+    ListLink link;
+};
+
+struct OomNode {
+    uint32_t pid;
+    char *name;
+    char *score;
+    ListLink link;
+};
+
+struct SsidNode {
+    char *ssid;
+    ListLink link;
+};
+
+struct NvramListNode {
+    char *line;
+    ListLink link;
+};
+
+// Node constructors: a cleared node from the request pool with its link pointing to itself;
+// null (logged "calloc fail") when the pool cannot give memory.
+AllocatedMemNode *callocAllocatedMem(request_rec *r);
+OomNode *callocOOM(request_rec *r);
+SsidNode *callocSsidNode(request_rec *r);
+NvramListNode *callocNvramList(request_rec *r);
+
+// Fetchers: the ring head, or null when no reply came (or the call could not be made).
+// The SDK daemon's allocated-memory lines.
+ListLink *korvex_dbus_message_get_allocatedMem_list(request_rec *r);
+// The watchdog's out-of-memory table: per process a 32-bit id, its name, its score and one
+// element that is skipped.
+ListLink *korvex_dbus_message_get_oom_score_list(request_rec *r);
+// The platform daemon's nvram listing; value is sent as it is.
+ListLink *korvex_dbus_message_get_nvram_list(request_rec *r, const char *value);
+// The platform daemon's refreshed list of Wi-Fi network names.
+ListLink *korvex_dbus_message_wifi_ssid_refresh(request_rec *r);
+
+// Asks a daemon for its memory-debug lines and prints them: "***** <process> *****<br>",
+// one "%s<br>" per line, then "<br>". The call goes to the application daemon when process
+// is "app", otherwise without destination. 1 when a reply came, -1 otherwise (nothing
+// printed).
+int dbus_memory_debug(request_rec *r, const char *process);
+
+// Walks a ring from head to tail: for (OomNode *n : korvex::ring<OomNode>(head)) ...
+// A null head is an empty ring.
+namespace korvex {
+
+template <class T>
+class Ring {
+public:
+    explicit Ring(ListLink *head) : head_(head) {}
+
+    class Iterator {
+    public:
+        explicit Iterator(ListLink *at) : at_(at) {}
+        T *operator*() const { return KORVEX_CONTAINER_OF(at_, T, link); }
+        Iterator &operator++() {
+            at_ = at_->next;
+            return *this;
+        }
+        bool operator!=(const Iterator &other) const { return at_ != other.at_; }
+
+    private:
+        ListLink *at_;
+    };
+
+    Iterator begin() const { return Iterator(head_ != nullptr ? head_->next : nullptr); }
+    Iterator end() const { return Iterator(head_); }
+
+private:
+    ListLink *head_;
+};
+
+template <class T>
+Ring<T> ring(ListLink *head) {
+    return Ring<T>(head);
+}
+
+}  // namespace korvex

@@ -1,16 +1,11 @@
 // Application configuration backup and restore through Apache and the bus: the integer
 // calls to the application, the change stamp before a restore, and the fifteen calls of
 // the flash data backup.
-#include <chrono>
-#include <ctime>
-#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "tests/support/gateway_env.h"
-#include "tests/support/http_client.h"
-#include "tests/support/sim_client.h"
+#include "tests/support/command_test.h"
 
 namespace korvex::test {
 namespace {
@@ -20,15 +15,6 @@ const std::string kDoSystem = "com.korvex-labs.www.platform com.KorvexLabs.platf
 const std::string kStampSet =
     "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram set(s:jsonsetall_number, s:<stamp>)";
 const std::string kFactoryStamp = "1760518412";
-
-std::string describe(const SimRecord &record) {
-    std::string text = record.destination + " " + record.interface + " " + record.member + "(";
-    for (size_t i = 0; i < record.args.size(); ++i)
-        text += (i ? ", " : "") + record.args[i];
-    return text + ")";
-}
-
-using Calls = std::vector<std::string>;
 
 // The fifteen calls of "backupKorvexData", in order.
 Calls backup_calls() {
@@ -45,47 +31,11 @@ Calls backup_calls() {
     return calls;
 }
 
-class AppBackupTest : public GatewayTest {
+class AppBackupTest : public CommandTest {
   protected:
-    void SetUp() override {
-        GatewayTest::SetUp();
-        sim_ = std::make_unique<SimClient>(env().bus_address());
-        sim_->reset();
-    }
-
-    std::string run(const std::string &query) {
-        sent_at_ = std::time(nullptr);
-        auto started = std::chrono::steady_clock::now();
-        HttpResponse response = get(port(), "/network.cgi?" + query);
-        elapsed_ms_ = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                             started)
-                          .count();
-        answered_at_ = std::time(nullptr);
-        EXPECT_EQ(response.error, "");
-        EXPECT_EQ(response.status, 200);
-        return response.body;
-    }
-
-    // As "destination interface member(args)"; the stamp value is checked and shown as <stamp>.
-    Calls calls() {
-        Calls described;
-        for (SimRecord record : sim_->records()) {
-            if (record.member == "set" && record.args.size() == 2 && record.args[0] == "s:jsonsetall_number") {
-                stamp_ = record.args[1].substr(2);
-                EXPECT_GE(std::stol(stamp_), static_cast<long>(sent_at_));
-                EXPECT_LE(std::stol(stamp_), static_cast<long>(answered_at_));
-                record.args[1] = "s:<stamp>";
-            }
-            described.push_back(describe(record));
-        }
-        return described;
-    }
-
-    std::unique_ptr<SimClient> sim_;
-    std::time_t sent_at_ = 0;
-    std::time_t answered_at_ = 0;
-    long elapsed_ms_ = 0;
-    std::string stamp_;
+    void normalise(SimRecord &record) override { take_stamp(record, "jsonsetall_number"); }
+    // The stamp the last calls() saw, "" when there was none.
+    std::string stamp() const { return stamps().empty() ? "" : stamps().back(); }
 };
 
 // ---- Reset, backup and restore of the application's configuration ----
@@ -115,14 +65,14 @@ TEST_P(AppConfigTest, SendsOneAndPrintsTheAnswer) {
 }
 
 TEST_P(AppConfigTest, PrintsAnyIntegerAnswerAndIsDone) {
-    sim_->set_rule(std::string(R"({"destination":"com.korvex-labs.www.app","interface":"com.KorvexLabs.switch.app",)"
+    sim().set_rule(std::string(R"({"destination":"com.korvex-labs.www.app","interface":"com.KorvexLabs.switch.app",)"
                                R"("member":")") +
                    GetParam().member + R"(","mode":"values","signature":"i","values":[-2147483648]})");
     EXPECT_EQ(run(command() + "="), "-2147483648<br>" + command() + " done");
 }
 
 TEST_P(AppConfigTest, AbsentApplicationPrintsMinusOneAndIsDone) {
-    sim_->set_absent("com.korvex-labs.www.app", true);
+    sim().set_absent("com.korvex-labs.www.app", true);
     EXPECT_EQ(run(command() + "=1"), "-1<br>" + command() + " done");
     Calls expected;
     if (GetParam().stamps) expected.push_back(kStampSet);
@@ -130,11 +80,11 @@ TEST_P(AppConfigTest, AbsentApplicationPrintsMinusOneAndIsDone) {
 }
 
 TEST_P(AppConfigTest, StampIsWrittenToTheWorkingCopyOnlyAndOnlyByRestores) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","mode":"error"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.app","mode":"error"})");
     EXPECT_EQ(run(command() + "=1"), "-1<br>" + command() + " done");
     EXPECT_EQ(calls(), expected());
-    EXPECT_EQ(sim_->nvram("jsonsetall_number"), GetParam().stamps ? stamp_ : kFactoryStamp);
-    EXPECT_EQ(sim_->nvram_committed("jsonsetall_number"), kFactoryStamp);
+    EXPECT_EQ(sim().nvram("jsonsetall_number"), GetParam().stamps ? stamp() : kFactoryStamp);
+    EXPECT_EQ(sim().nvram_committed("jsonsetall_number"), kFactoryStamp);
 }
 
 INSTANTIATE_TEST_SUITE_P(Commands, AppConfigTest,
@@ -142,22 +92,20 @@ INSTANTIATE_TEST_SUITE_P(Commands, AppConfigTest,
                                            AppCall{"backupappconfig", "backupConfig", false},
                                            AppCall{"restoreappconfig", "restoreConfig", true},
                                            AppCall{"restoreappconfig2", "restoreConfig2", true}),
-                         [](const ::testing::TestParamInfo<AppCall> &info) {
-                             return std::string(info.param.command);
-                         });
+                         CommandName());
 
 TEST_F(AppBackupTest, RemoveappconfigWaitsThreeSecondsForASilentApplication) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","member":"resetConfig","mode":"silent"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.app","member":"resetConfig","mode":"silent"})");
     EXPECT_EQ(run("removeappconfig=1"), "-1<br>removeappconfig done");
-    EXPECT_GE(elapsed_ms_, 2800);
-    EXPECT_LT(elapsed_ms_, 4500);
+    EXPECT_GE(elapsed_ms(), 2800);
+    EXPECT_LT(elapsed_ms(), 4500);
 }
 
 TEST_F(AppBackupTest, RestoreappconfigStampsBeforeASilentApplicationIsCalled) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","member":"restoreConfig","mode":"silent"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.app","member":"restoreConfig","mode":"silent"})");
     EXPECT_EQ(run("restoreappconfig=1"), "-1<br>restoreappconfig done");
     EXPECT_EQ(calls(), (Calls{kStampSet, kSwitchApp + "restoreConfig(i:1)"}));
-    EXPECT_EQ(sim_->nvram("jsonsetall_number"), stamp_);
+    EXPECT_EQ(sim().nvram("jsonsetall_number"), stamp());
 }
 
 // ---- Flash data backup ----
@@ -168,19 +116,19 @@ TEST_F(AppBackupTest, BackupKorvexDataIssuesFifteenCallsInOrderAndPrintsNothing)
 }
 
 TEST_F(AppBackupTest, BackupKorvexDataGoesOnWhenEveryStepFails) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":"com.KorvexLabs.platform.admin",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":"com.KorvexLabs.platform.admin",)"
                    R"("member":"doSystem","mode":"error"})");
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.easy.command",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.easy.command",)"
                    R"("member":"name","mode":"error"})");
     EXPECT_EQ(run("backupKorvexData="), "backupKorvexData done");
     EXPECT_EQ(calls(), backup_calls());
-    EXPECT_LT(elapsed_ms_, 3000);
+    EXPECT_LT(elapsed_ms(), 3000);
 }
 
 TEST_F(AppBackupTest, BackupKorvexDataGoesOnWithOddReplies) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"doSystem","mode":"values",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"doSystem","mode":"values",)"
                    R"("signature":"i","values":[-1],"times":7})");
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"name","mode":"noarg"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"name","mode":"noarg"})");
     EXPECT_EQ(run("backupKorvexData=x"), "backupKorvexData done");
     EXPECT_EQ(calls(), backup_calls());
 }

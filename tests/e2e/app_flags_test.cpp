@@ -1,14 +1,10 @@
 // Application flags and schedules through Apache and the bus: the nvram key each setter
 // writes and commits, whom it tells and when, what it prints, and the user-data stamp.
-#include <ctime>
-#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "tests/support/gateway_env.h"
-#include "tests/support/http_client.h"
-#include "tests/support/sim_client.h"
+#include "tests/support/command_test.h"
 
 namespace korvex::test {
 namespace {
@@ -26,55 +22,21 @@ std::string app_call(const std::string &member, const std::string &value) {
     return kApp + member + "(s:" + value + ")";
 }
 
-std::string describe(const SimRecord &record) {
-    std::string text = record.destination + " " + record.interface + " " + record.member + "(";
-    for (size_t i = 0; i < record.args.size(); ++i)
-        text += (i ? ", " : "") + record.args[i];
-    return text + ")";
-}
-
-using Calls = std::vector<std::string>;
-
-class AppFlagsTest : public GatewayTest {
+class AppFlagsTest : public CommandTest {
   protected:
-    void SetUp() override {
-        GatewayTest::SetUp();
-        sim_ = std::make_unique<SimClient>(env().bus_address());
-        sim_->reset();
-    }
-
-    std::string run(const std::string &query) {
-        sent_at_ = std::time(nullptr);
-        HttpResponse response = get(port(), "/network.cgi?" + query);
-        answered_at_ = std::time(nullptr);
-        EXPECT_EQ(response.error, "");
-        EXPECT_EQ(response.status, 200);
-        return response.body;
-    }
-
-    Calls calls() {
-        Calls described;
-        for (const SimRecord &record : sim_->records()) described.push_back(describe(record));
-        return described;
-    }
-
     void app_rule(const std::string &member, const std::string &mode) {
-        sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","interface":"com.KorvexLabs.app","member":")" +
+        sim().set_rule(R"({"destination":"com.korvex-labs.www.app","interface":"com.KorvexLabs.app","member":")" +
                        member + R"(",)" + mode + "}");
     }
     void nvram_rule(const std::string &member, const std::string &mode) {
-        sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
+        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
                        R"("com.KorvexLabs.platform.nvram","member":")" +
                        member + R"(",)" + mode + "}");
     }
     void expect_committed(const std::string &key, const std::string &value) {
-        EXPECT_EQ(sim_->nvram(key), value) << key;
-        EXPECT_EQ(sim_->nvram_committed(key), value) << key;
+        EXPECT_EQ(sim().nvram(key), value) << key;
+        EXPECT_EQ(sim().nvram_committed(key), value) << key;
     }
-
-    std::unique_ptr<SimClient> sim_;
-    std::time_t sent_at_ = 0;
-    std::time_t answered_at_ = 0;
 };
 
 // ---- Getters: print the stored text, always done ----
@@ -89,7 +51,7 @@ void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
 class AppGetterTest : public AppFlagsTest, public ::testing::WithParamInterface<Getter> {};
 
 TEST_P(AppGetterTest, PrintsTheStoredValue) {
-    sim_->nvram_put(GetParam().key, "v \"7\" <b>", true);
+    sim().nvram_put(GetParam().key, "v \"7\" <b>", true);
     EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
               std::string("v \"7\" <b><br>") + GetParam().command + " done");
     EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
@@ -109,9 +71,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, AppGetterTest,
                                            Getter{"getsavingtime", "setsavingtime"},
                                            Getter{"getenableastclock", "enableastclock"},
                                            Getter{"getenablelock", "enablelock"}),
-                         [](const ::testing::TestParamInfo<Getter> &info) {
-                             return std::string(info.param.command);
-                         });
+                         CommandName());
 
 // ---- Setters that store, commit and print the set reply ----
 
@@ -156,9 +116,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, AppPlainSetterTest,
                                            PlainSetter{"setsavingtime", "setsavingtime", false},
                                            PlainSetter{"enableswitchall", "enableswitchall", false},
                                            PlainSetter{"enabletimer", "enabletimer", false}),
-                         [](const ::testing::TestParamInfo<PlainSetter> &info) {
-                             return std::string(info.param.command);
-                         });
+                         CommandName());
 
 TEST_F(AppFlagsTest, EnableswitchallAndEnabletimerHaveNoGetter) {
     EXPECT_EQ(run("getenableswitchall=1"), "getenableswitchall doesn't exist");
@@ -175,7 +133,7 @@ TEST_F(AppFlagsTest, DoscenemodeTellsTheApplicationBeforeTheCommitAndPrintsItsRe
 }
 
 TEST_F(AppFlagsTest, DoscenemodeWithApplicationAbsentStoresAndCommitsButFails) {
-    sim_->set_absent("com.korvex-labs.www.app", true);
+    sim().set_absent("com.korvex-labs.www.app", true);
     EXPECT_EQ(run("doscenemode=2"), "doscenemode failed");
     EXPECT_EQ(calls(), (Calls{set_call("doscenemode", "2"), kCommit}));
     expect_committed("doscenemode", "2");
@@ -207,14 +165,14 @@ TEST_F(AppFlagsTest, SetDstNameIsCaseSensitive) {
 }
 
 TEST_F(AppFlagsTest, GetDstTellsTheApplicationItsValueBeforeReading) {
-    sim_->nvram_put("setDST", "1", true);
+    sim().nvram_put("setDST", "1", true);
     EXPECT_EQ(run("getDST=M3.5.0"), "1<br>getDST done");
     EXPECT_EQ(calls(), (Calls{app_call("setDST", "M3.5.0"), get_call("setDST")}));
     expect_committed("setDST", "1");
 }
 
 TEST_F(AppFlagsTest, GetDstIgnoresTheApplicationsAbsence) {
-    sim_->set_absent("com.korvex-labs.www.app", true);
+    sim().set_absent("com.korvex-labs.www.app", true);
     EXPECT_EQ(run("getDST="), "0<br>getDST done");
     EXPECT_EQ(calls(), Calls{get_call("setDST")});
 }
@@ -229,7 +187,7 @@ TEST_F(AppFlagsTest, P2preconnectPrintsItsOwnValueWhateverTheApplicationAnswers)
 }
 
 TEST_F(AppFlagsTest, P2preconnectWithApplicationAbsentStillPrintsItsValue) {
-    sim_->set_absent("com.korvex-labs.www.app", true);
+    sim().set_absent("com.korvex-labs.www.app", true);
     EXPECT_EQ(run("p2preconnect=1"), "1<br>p2preconnect done");
     EXPECT_EQ(calls(), (Calls{set_call("p2preconnect", "1"), kCommit}));
 }
@@ -243,7 +201,7 @@ TEST_F(AppFlagsTest, EnableastclockTellsTheApplicationBeforeTheCommit) {
 }
 
 TEST_F(AppFlagsTest, EnableastclockWithoutApplicationReplyPrintsNullAndIsDone) {
-    sim_->set_absent("com.korvex-labs.www.app", true);
+    sim().set_absent("com.korvex-labs.www.app", true);
     EXPECT_EQ(run("enableastclock=0"), "(null)<br>enableastclock done");
     expect_committed("enableastclock", "0");
 }
@@ -251,7 +209,7 @@ TEST_F(AppFlagsTest, EnableastclockWithoutApplicationReplyPrintsNullAndIsDone) {
 // ---- Lock: written and told only when the value changes ----
 
 TEST_F(AppFlagsTest, EnablelockWithUnchangedValuePrintsNullAndWritesNothing) {
-    sim_->nvram_put("enablelock", "1", true);
+    sim().nvram_put("enablelock", "1", true);
     EXPECT_EQ(run("enablelock=1"), "(null)<br>enablelock done");
     EXPECT_EQ(calls(), Calls{get_call("enablelock")});
     expect_committed("enablelock", "1");
@@ -278,7 +236,7 @@ TEST_F(AppFlagsTest, EnablelockWithUnreadableValueStoresAndTells) {
 }
 
 TEST_F(AppFlagsTest, EnablelockWithApplicationAbsentIsDone) {
-    sim_->set_absent("com.korvex-labs.www.app", true);
+    sim().set_absent("com.korvex-labs.www.app", true);
     EXPECT_EQ(run("enablelock=1"), "1<br>enablelock done");
     expect_committed("enablelock", "1");
 }
@@ -292,8 +250,8 @@ TEST_F(AppFlagsTest, JsonsetuserdataPrintsTheNewStampAndCommitsDataAndStamp) {
     ASSERT_EQ(body.substr(body.size() - suffix.size()), suffix) << body;
     std::string stamp = body.substr(0, body.size() - suffix.size());
     ASSERT_EQ(stamp.find_first_not_of("0123456789"), std::string::npos) << stamp;
-    EXPECT_GE(std::stol(stamp), static_cast<long>(sent_at_));
-    EXPECT_LE(std::stol(stamp), static_cast<long>(answered_at_));
+    EXPECT_GE(std::stol(stamp), static_cast<long>(sent_at()));
+    EXPECT_LE(std::stol(stamp), static_cast<long>(answered_at()));
 
     EXPECT_EQ(calls(), (Calls{set_call("jsonsetuserdata", "{\"favourites\":[3]}"),
                               set_call("jsongetuserdata_number", stamp), kCommit, kUserDataChange}));
@@ -314,11 +272,11 @@ TEST_F(AppFlagsTest, JsonsetuserdataStampReachesTheNextStatusSnapshot) {
 
 TEST_F(AppFlagsTest, JsonsetuserdataWithEveryDaemonFailingStillPrintsTheStamp) {
     nvram_rule("set", R"("mode":"error")");
-    sim_->set_absent("com.korvex-labs.www.sdk", true);
+    sim().set_absent("com.korvex-labs.www.sdk", true);
     std::string body = run("jsonsetuserdata=");
     EXPECT_EQ(body.size(), std::string("1760000000<br>jsonsetuserdata done").size()) << body;
     EXPECT_EQ(body.find_first_not_of("0123456789"), 10u) << body;
-    EXPECT_EQ(sim_->nvram_committed("jsonsetuserdata"), "{\"favourites\":[2,5]}");
+    EXPECT_EQ(sim().nvram_committed("jsonsetuserdata"), "{\"favourites\":[2,5]}");
 }
 
 }  // namespace

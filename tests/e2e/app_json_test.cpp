@@ -1,16 +1,12 @@
 // JSON pass-through commands through Apache and the bus: what goes to the Z-Wave SDK,
 // application and socket daemons, what comes back to the client, and the change stamp
 // "jsonsetall_number" that the data-changing commands write.
-#include <chrono>
-#include <ctime>
-#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "tests/support/gateway_env.h"
+#include "tests/support/command_test.h"
 #include "tests/support/http_client.h"
-#include "tests/support/sim_client.h"
 
 namespace korvex::test {
 namespace {
@@ -24,63 +20,10 @@ const std::string kStampSet = kNvramSet + "(s:jsonsetall_number, s:<stamp>)";
 // The stamp in the factory settings of the simulator (committed and working).
 const std::string kFactoryStamp = "1760518412";
 
-std::string describe(const SimRecord &record) {
-    std::string text = record.destination + " " + record.interface + " " + record.member + "(";
-    for (size_t i = 0; i < record.args.size(); ++i)
-        text += (i ? ", " : "") + record.args[i];
-    return text + ")";
-}
-
-class AppJsonTest : public GatewayTest {
+class AppJsonTest : public CommandTest {
   protected:
-    void SetUp() override {
-        GatewayTest::SetUp();
-        sim_ = std::make_unique<SimClient>(env().bus_address());
-        sim_->reset();
-    }
-
-    // Runs one "network.cgi" query and returns the body; remembers when it ran.
-    std::string run(const std::string &query) {
-        sent_at_ = std::time(nullptr);
-        auto started = std::chrono::steady_clock::now();
-        HttpResponse response = get(port(), "/network.cgi?" + query);
-        elapsed_ms_ = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                             started)
-                          .count();
-        answered_at_ = std::time(nullptr);
-        EXPECT_EQ(response.error, "");
-        EXPECT_EQ(response.status, 200);
-        return response.body;
-    }
-
-    // The calls the daemons received, each as "destination interface member(args)"; stamp
-    // values are checked to be the time of the request and shown as "<stamp>".
-    std::vector<std::string> calls() {
-        stamps_.clear();
-        std::vector<std::string> described;
-        for (SimRecord record : sim_->records()) {
-            EXPECT_EQ(record.type, "method_call");
-            EXPECT_EQ(record.path.rfind("/com/KorvexLabs/Apache/", 0), 0u) << record.path;
-            if (record.member == "set" && record.args.size() == 2 && record.args[0] == "s:jsonsetall_number") {
-                long stamp = std::stol(record.args[1].substr(2));
-                EXPECT_GE(stamp, static_cast<long>(sent_at_));
-                EXPECT_LE(stamp, static_cast<long>(answered_at_));
-                stamps_.push_back(record.args[1].substr(2));
-                record.args[1] = "s:<stamp>";
-            }
-            described.push_back(describe(record));
-        }
-        return described;
-    }
-
-    std::unique_ptr<SimClient> sim_;
-    std::time_t sent_at_ = 0;
-    std::time_t answered_at_ = 0;
-    long elapsed_ms_ = 0;
-    std::vector<std::string> stamps_;  // stamp texts written, in order (filled by calls())
+    void normalise(SimRecord &record) override { take_stamp(record, "jsonsetall_number"); }
 };
-
-using Calls = std::vector<std::string>;
 
 // ---- Z-Wave SDK daemon ----
 
@@ -91,16 +34,16 @@ TEST_F(AppJsonTest, JsonPassesTheValueUnchangedAndPrintsTheReply) {
 }
 
 TEST_F(AppJsonTest, JsonWithSilentDaemonPrintsNothingAfterTheTimeOutAndIsDone) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.json.command",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.json.command",)"
                    R"("member":"command","mode":"silent"})");
     EXPECT_EQ(run("json=%7B%7D"), "json done");
-    EXPECT_GE(elapsed_ms_, 4800);
-    EXPECT_LT(elapsed_ms_, 7000);
+    EXPECT_GE(elapsed_ms(), 4800);
+    EXPECT_LT(elapsed_ms(), 7000);
     EXPECT_EQ(calls(), Calls{kSdkJson + "(s:{})"});
 }
 
 TEST_F(AppJsonTest, JsonWithAbsentDaemonIsDone) {
-    sim_->set_absent("com.korvex-labs.www.sdk", true);
+    sim().set_absent("com.korvex-labs.www.sdk", true);
     EXPECT_EQ(run("json=%7B%7D"), "json done");
     EXPECT_EQ(calls(), Calls{});
 }
@@ -111,20 +54,20 @@ TEST_F(AppJsonTest, EasycmdPrintsTheReply) {
 }
 
 TEST_F(AppJsonTest, EasycmdWithSilentDaemonFails) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.easy.command",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.easy.command",)"
                    R"("member":"name","mode":"silent"})");
     EXPECT_EQ(run("easycmd=NVM_backup"), "easycmd failed");
-    EXPECT_GE(elapsed_ms_, 4800);
+    EXPECT_GE(elapsed_ms(), 4800);
     EXPECT_EQ(calls(), Calls{kSdkEasy + "(s:NVM_backup)"});
 }
 
 TEST_F(AppJsonTest, EasycmdWithErrorReplyFails) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"name","mode":"error"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"name","mode":"error"})");
     EXPECT_EQ(run("easycmd=x"), "easycmd failed");
 }
 
 TEST_F(AppJsonTest, ReplyWithoutArgumentPrintsNullAndCountsAsReply) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"name","mode":"noarg"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"name","mode":"noarg"})");
     EXPECT_EQ(run("easycmd=x"), "(null)<br>easycmd done");
 }
 
@@ -152,7 +95,7 @@ class AppRelayTest : public AppJsonTest, public ::testing::WithParamInterface<Re
 
 TEST_P(AppRelayTest, SendsAndPrintsTheReply) {
     const Relay &p = GetParam();
-    sim_->set_rule(std::string(R"({"destination":")") + p.destination + R"(","interface":")" + p.interface +
+    sim().set_rule(std::string(R"({"destination":")") + p.destination + R"(","interface":")" + p.interface +
                    R"(","member":")" + p.member + R"(","mode":"values","signature":"s","values":["answer \"42\""]})");
     EXPECT_EQ(run(std::string(p.command) + "=%7B%22seq%22%3A1021%7D"),
               std::string("answer \"42\"<br>") + p.command + " done");
@@ -168,13 +111,13 @@ TEST_P(AppRelayTest, EmptyValueIsSentAsEmptyText) {
 
 TEST_P(AppRelayTest, AbsentDaemonPrintsNothingAndFails) {
     const Relay &p = GetParam();
-    sim_->set_absent(p.destination, true);
+    sim().set_absent(p.destination, true);
     EXPECT_EQ(run(std::string(p.command) + "=1"), std::string(p.command) + " failed");
 }
 
 TEST_P(AppRelayTest, ErrorReplyPrintsNothingAndFails) {
     const Relay &p = GetParam();
-    sim_->set_rule(std::string(R"({"destination":")") + p.destination + R"(","member":")" + p.member +
+    sim().set_rule(std::string(R"({"destination":")") + p.destination + R"(","member":")" + p.member +
                    R"(","mode":"error"})");
     EXPECT_EQ(run(std::string(p.command) + "=1"), std::string(p.command) + " failed");
     EXPECT_EQ(calls(), Calls{expected_call("1")});
@@ -199,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Relay{"proctable", kSocketName, kSocketIf, "command", false, "proctable"},
                       Relay{"sysinfo", kSocketName, kSocketIf, "command", false, "sysinfo"},
                       Relay{"disconnect_icloud", kSocketName, kSocketIf, "command", false, "disconnect_icloud"}),
-    [](const ::testing::TestParamInfo<Relay> &info) { return std::string(info.param.command); });
+    CommandName());
 
 TEST_F(AppJsonTest, AuthcodeSendsItsOwnNameWhateverTheValue) {
     EXPECT_EQ(run("authcode=proctable"), "7K2Q-9XW4-PL3M<br>authcode done");
@@ -238,15 +181,15 @@ class AppChangeTest : public AppJsonTest, public ::testing::WithParamInterface<C
         return expected;
     }
     void answer(const std::string &mode_and_values) {
-        sim_->set_rule(std::string(R"({"destination":"com.korvex-labs.www.app","interface":"com.KorvexLabs.app",)"
+        sim().set_rule(std::string(R"({"destination":"com.korvex-labs.www.app","interface":"com.KorvexLabs.app",)"
                                    R"("member":")") +
                        GetParam().member + R"(",)" + mode_and_values + "}");
     }
     // Working copy holds the last stamp written; nothing was committed.
     void expect_stamp_in_working_copy_only() {
-        ASSERT_FALSE(stamps_.empty());
-        EXPECT_EQ(sim_->nvram("jsonsetall_number"), stamps_.back());
-        EXPECT_EQ(sim_->nvram_committed("jsonsetall_number"), kFactoryStamp);
+        ASSERT_FALSE(stamps().empty());
+        EXPECT_EQ(sim().nvram("jsonsetall_number"), stamps().back());
+        EXPECT_EQ(sim().nvram_committed("jsonsetall_number"), kFactoryStamp);
     }
 };
 
@@ -282,7 +225,7 @@ TEST_P(AppChangeTest, OtherNonZeroRepliesAreDone) {
 }
 
 TEST_P(AppChangeTest, AbsentApplicationIsDoneAndStillStamps) {
-    sim_->set_absent("com.korvex-labs.www.app", true);
+    sim().set_absent("com.korvex-labs.www.app", true);
     EXPECT_EQ(run(std::string(GetParam().command) + "=x"), std::string(GetParam().command) + " done");
     Calls stamps{kStampSet};
     if (GetParam().stamps_after) stamps.push_back(kStampSet);
@@ -299,24 +242,22 @@ INSTANTIATE_TEST_SUITE_P(Commands, AppChangeTest,
                          ::testing::Values(Change{"jsonsetall", "jsonsetall", true},
                                            Change{"jsonrename", "jsonrename", true},
                                            Change{"jsondel", "jsondel", false}),
-                         [](const ::testing::TestParamInfo<Change> &info) {
-                             return std::string(info.param.command);
-                         });
+                         CommandName());
 
 TEST_F(AppJsonTest, JsonsetallSecondStampIsTakenAfterTheApplicationAnswered) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","member":"jsonsetall","mode":"default",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.app","member":"jsonsetall","mode":"default",)"
                    R"("delay_ms":1500})");
     EXPECT_EQ(run("jsonsetall=x"), "jsonsetall done");
     calls();
-    ASSERT_EQ(stamps_.size(), 2u);
-    EXPECT_GE(std::stol(stamps_[1]) - std::stol(stamps_[0]), 1);
+    ASSERT_EQ(stamps().size(), 2u);
+    EXPECT_GE(std::stol(stamps()[1]) - std::stol(stamps()[0]), 1);
 }
 
 TEST_F(AppJsonTest, JsonsetallWaitsThreeSecondsForTheApplication) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","member":"jsonsetall","mode":"silent"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.app","member":"jsonsetall","mode":"silent"})");
     EXPECT_EQ(run("jsonsetall=x"), "jsonsetall done");
-    EXPECT_GE(elapsed_ms_, 2800);
-    EXPECT_LT(elapsed_ms_, 4500);
+    EXPECT_GE(elapsed_ms(), 2800);
+    EXPECT_LT(elapsed_ms(), 4500);
 }
 
 }  // namespace

@@ -5,13 +5,10 @@
 
 #include <chrono>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "tests/support/gateway_env.h"
-#include "tests/support/http_client.h"
-#include "tests/support/sim_client.h"
+#include "tests/support/command_test.h"
 
 namespace korvex::test {
 namespace {
@@ -21,12 +18,6 @@ const std::string kNvramList = kPlatform + " com.KorvexLabs.platform.nvram getLi
 const std::string kOomList = "com.korvex-labs.www.debuger com.KorvexLabs.watchdog.oom getList(s:getList)";
 const std::string kAllocated = "com.korvex-labs.www.sdk com.KorvexLabs.memory getAllocated(s:korvex-sdk)";
 const std::string kMemoryDebug = "com.korvex-labs.www.app com.KorvexLabs.debug memory_debug(s:app)";
-
-std::string describe(const SimRecord &record) {
-    std::string text = record.destination + " " + record.interface + " " + record.member + "(";
-    for (size_t i = 0; i < record.args.size(); ++i) text += (i ? ", " : "") + record.args[i];
-    return text + ")";
-}
 
 // VmSize (kB) of a process as the kernel reports it, -1 when there is none.
 long vm_size_kb(pid_t pid) {
@@ -51,37 +42,10 @@ bool host_runs(const std::string &name) {
     return found;
 }
 
-class DiagnosticsTest : public GatewayTest {
+class DiagnosticsTest : public CommandTest {
 protected:
-    void SetUp() override {
-        GatewayTest::SetUp();
-        sim_ = std::make_unique<SimClient>(env().bus_address());
-        sim_->reset();
-    }
-
     void TearDown() override {
         for (pid_t pid : spawned_) env().kill_process(pid);
-    }
-
-    std::string run(const std::string &query) {
-        auto started = std::chrono::steady_clock::now();
-        HttpResponse response = get(port(), "/network.cgi?" + query);
-        elapsed_ms_ =
-            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started)
-                .count();
-        EXPECT_EQ(response.error, "");
-        EXPECT_EQ(response.status, 200);
-        return response.body;
-    }
-
-    std::vector<std::string> calls(size_t expected) {
-        std::vector<std::string> described;
-        for (const SimRecord &record : sim_->wait_for_records(expected, 5000)) {
-            EXPECT_EQ(record.type, "method_call");
-            EXPECT_EQ(record.path.rfind("/com/KorvexLabs/Apache/", 0), 0u) << record.path;
-            described.push_back(describe(record));
-        }
-        return described;
     }
 
     pid_t spawn(const std::string &name) {
@@ -90,57 +54,55 @@ protected:
         return pid;
     }
 
-    std::unique_ptr<SimClient> sim_;
     std::vector<pid_t> spawned_;
-    long elapsed_ms_ = 0;
 };
 
 // ---- listnvram --------------------------------------------------------------------------
 
 TEST_F(DiagnosticsTest, NvramListingOfThreeTextsPrintsThreeLinesInReplyOrder) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getList","mode":"values",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getList","mode":"values",)"
                    R"("signature":"as","values":[["SSID1=Home","WifiMode=AP","language=1"]]})");
     EXPECT_EQ(run("listnvram=2860"), "SSID1=Home<br>WifiMode=AP<br>language=1<br>listnvram done");
-    EXPECT_EQ(calls(1), std::vector<std::string>{kNvramList + "(s:2860)"});
+    EXPECT_EQ(calls(1), Calls{kNvramList + "(s:2860)"});
 }
 
 TEST_F(DiagnosticsTest, NvramListingSendsTheValueAsItIs) {
     run("listnvram=");
     run("listnvram=a%20b");
-    EXPECT_EQ(calls(2), (std::vector<std::string>{kNvramList + "(s:)", kNvramList + "(s:a b)"}));
+    EXPECT_EQ(calls(2), (Calls{kNvramList + "(s:)", kNvramList + "(s:a b)"}));
 }
 
 TEST_F(DiagnosticsTest, NvramListingOfTheSimulatorsSettings) {
     // The simulated platform lists the settings whose names begin with the value.
-    sim_->nvram_put("SSID1", "Listed-Net", true);
+    sim().nvram_put("SSID1", "Listed-Net", true);
     EXPECT_EQ(run("listnvram=SSID"), "SSID1=Listed-Net<br>listnvram done");
 }
 
 TEST_F(DiagnosticsTest, NvramListingFailedFetchPrintsNothingAndFails) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getList","mode":"error"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getList","mode":"error"})");
     size_t since = env().error_log_size();
     EXPECT_EQ(run("listnvram=2860"), "listnvram failed");
     EXPECT_TRUE(env().wait_for_log("No reply", std::chrono::seconds(2), since));
 }
 
 TEST_F(DiagnosticsTest, NvramListingEmptyArrayPrintsNothing) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getList","mode":"values",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getList","mode":"values",)"
                    R"("signature":"as","values":[[]]})");
     EXPECT_EQ(run("listnvram=2860"), "listnvram done");
 }
 
 TEST_F(DiagnosticsTest, NvramListingReplyWithoutArgumentPrintsNothing) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getList","mode":"noarg"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getList","mode":"noarg"})");
     EXPECT_EQ(run("listnvram=2860"), "listnvram done");
 }
 
 // ---- listOOM ----------------------------------------------------------------------------
 
 TEST_F(DiagnosticsTest, OomReplyWithTwoGroupsGivesTwoFormattedLines) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.debuger","member":"getList","mode":"values",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.debuger","member":"getList","mode":"values",)"
                    R"J("signature":"(ussiussi)","values":[[298,"platform","0",-17,31245,"app","1024",0]]})J");
     EXPECT_EQ(run("listOOM="), "   0  298 platform<br>1024 31245 app<br>listOOM done");
-    EXPECT_EQ(calls(1), std::vector<std::string>{kOomList});
+    EXPECT_EQ(calls(1), Calls{kOomList});
 }
 
 TEST_F(DiagnosticsTest, OomTableOfTheSimulator) {
@@ -150,7 +112,7 @@ TEST_F(DiagnosticsTest, OomTableOfTheSimulator) {
 
 TEST_F(DiagnosticsTest, OomGroupCutShortLeavesItsMissingFieldsCleared) {
     // The last group lacks its score's follower: the score is not read.
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.debuger","member":"getList","mode":"values",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.debuger","member":"getList","mode":"values",)"
                    R"J("signature":"(ussiuss)","values":[[7,"first","5",0,8,"second","6"]]})J");
     size_t since = env().error_log_size();
     EXPECT_EQ(run("listOOM="), "   5    7 first<br>(null)    8 second<br>listOOM done");
@@ -158,33 +120,33 @@ TEST_F(DiagnosticsTest, OomGroupCutShortLeavesItsMissingFieldsCleared) {
 }
 
 TEST_F(DiagnosticsTest, OomFailedFetchPrintsNothingAndIsDone) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.debuger","member":"getList","mode":"error"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.debuger","member":"getList","mode":"error"})");
     EXPECT_EQ(run("listOOM="), "listOOM done");
 }
 
 TEST_F(DiagnosticsTest, OomWatchdogAbsentPrintsNothingAndIsDone) {
-    sim_->set_absent("com.korvex-labs.www.debuger", true);
+    sim().set_absent("com.korvex-labs.www.debuger", true);
     std::string body = run("listOOM=");
-    sim_->set_absent("com.korvex-labs.www.debuger", false);
+    sim().set_absent("com.korvex-labs.www.debuger", false);
     EXPECT_EQ(body, "listOOM done");
 }
 
 TEST_F(DiagnosticsTest, OomReplyWithoutArgumentPrintsNothing) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.debuger","member":"getList","mode":"noarg"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.debuger","member":"getList","mode":"noarg"})");
     EXPECT_EQ(run("listOOM="), "listOOM done");
 }
 
 // ---- listAllocated ----------------------------------------------------------------------
 
 TEST_F(DiagnosticsTest, AllocatedLinesArePrintedInOrder) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"getAllocated","mode":"values",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"getAllocated","mode":"values",)"
                    R"("signature":"as","values":[["allocated: 100 bytes","peak: 200 bytes"]]})");
     EXPECT_EQ(run("listAllocated="), "allocated: 100 bytes<br>peak: 200 bytes<br>listAllocated done");
-    EXPECT_EQ(calls(1), std::vector<std::string>{kAllocated});
+    EXPECT_EQ(calls(1), Calls{kAllocated});
 }
 
 TEST_F(DiagnosticsTest, AllocatedFailedFetchPrintsNothingAndIsDone) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"getAllocated","mode":"error"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"getAllocated","mode":"error"})");
     size_t since = env().error_log_size();
     EXPECT_EQ(run("listAllocated="), "listAllocated done");
     EXPECT_TRUE(env().wait_for_log("No reply, dest: com.korvex-labs.www.sdk, ifac: com.KorvexLabs.memory, "
@@ -193,7 +155,7 @@ TEST_F(DiagnosticsTest, AllocatedFailedFetchPrintsNothingAndIsDone) {
 }
 
 TEST_F(DiagnosticsTest, AllocatedEmptyArrayPrintsNothing) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"getAllocated","mode":"values",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"getAllocated","mode":"values",)"
                    R"("signature":"as","values":[[]]})");
     EXPECT_EQ(run("listAllocated="), "listAllocated done");
 }
@@ -201,10 +163,10 @@ TEST_F(DiagnosticsTest, AllocatedEmptyArrayPrintsNothing) {
 // ---- memdbg -----------------------------------------------------------------------------
 
 TEST_F(DiagnosticsTest, MemoryDebugPrintsHeaderLinesAndClosingBreak) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","member":"memory_debug","mode":"values",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.app","member":"memory_debug","mode":"values",)"
                    R"("signature":"as","values":[["heap: 10 kB","blocks: 3"]]})");
     EXPECT_EQ(run("memdbg=ignored"), "***** app *****<br>heap: 10 kB<br>blocks: 3<br><br>memdbg done");
-    EXPECT_EQ(calls(1), std::vector<std::string>{kMemoryDebug});
+    EXPECT_EQ(calls(1), Calls{kMemoryDebug});
 }
 
 TEST_F(DiagnosticsTest, MemoryDebugOfTheSimulator) {
@@ -214,17 +176,17 @@ TEST_F(DiagnosticsTest, MemoryDebugOfTheSimulator) {
 }
 
 TEST_F(DiagnosticsTest, MemoryDebugEmptyArrayPrintsHeaderAndBreakOnly) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","member":"memory_debug","mode":"values",)"
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.app","member":"memory_debug","mode":"values",)"
                    R"("signature":"as","values":[[]]})");
     EXPECT_EQ(run("memdbg="), "***** app *****<br><br>memdbg done");
 }
 
 TEST_F(DiagnosticsTest, MemoryDebugWithSilentApplicationPrintsNothingAndFails) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.app","member":"memory_debug","mode":"silent"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.app","member":"memory_debug","mode":"silent"})");
     size_t since = env().error_log_size();
     EXPECT_EQ(run("memdbg="), "memdbg failed");
-    EXPECT_GE(elapsed_ms_, 2800);
-    EXPECT_LT(elapsed_ms_, 4500);
+    EXPECT_GE(elapsed_ms(), 2800);
+    EXPECT_LT(elapsed_ms(), 4500);
     // The line names the memory interface, not the one the call used.
     EXPECT_TRUE(env().wait_for_log("No reply, dest: com.korvex-labs.www.app, ifac: com.KorvexLabs.memory, "
                                    "cmd: memory_debug, process: app",
@@ -232,9 +194,9 @@ TEST_F(DiagnosticsTest, MemoryDebugWithSilentApplicationPrintsNothingAndFails) {
 }
 
 TEST_F(DiagnosticsTest, MemoryDebugWithApplicationAbsentFails) {
-    sim_->set_absent("com.korvex-labs.www.app", true);
+    sim().set_absent("com.korvex-labs.www.app", true);
     std::string body = run("memdbg=");
-    sim_->set_absent("com.korvex-labs.www.app", false);
+    sim().set_absent("com.korvex-labs.www.app", false);
     EXPECT_EQ(body, "memdbg failed");
 }
 
@@ -284,7 +246,7 @@ TEST_F(DiagnosticsTest, MemoryUsageNeedsTheExactName) {
 // ---- no bus -----------------------------------------------------------------------------
 
 TEST_F(DiagnosticsTest, WithoutBusListReadersPrintNothing) {
-    sim_.reset();
+    close_sim();
     env().bus_stop();
     std::string oom = run("listOOM=");
     std::string allocated = run("listAllocated=");

@@ -2,14 +2,12 @@
 // their order, the time-zone mapping, escaping, items without answers, and the queries
 // being in flight together (one round trip, one time-out at worst).
 #include <chrono>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tests/support/gateway_env.h"
+#include "tests/support/command_test.h"
 #include "tests/support/http_client.h"
-#include "tests/support/sim_client.h"
 
 namespace korvex::test {
 namespace {
@@ -58,12 +56,8 @@ const std::string kFullSnapshot =
     R"("swversion":"5.3.2:20261015","wifi:":"00:4f:61:12:34:57"})";
 
 const std::string kDone = "<br>jsongetupdate done";
-
-std::string describe(const SimRecord &record) {
-    std::string text = record.destination + " " + record.interface + " " + record.member + "(";
-    for (size_t i = 0; i < record.args.size(); ++i) text += (i ? ", " : "") + record.args[i];
-    return text + ")";
-}
+// The calls one snapshot makes.
+constexpr size_t kQueries = 22;
 
 std::string nvram_call(const std::string &key) { return kNvramGet + "(s:" + key + ")"; }
 
@@ -84,42 +78,15 @@ std::string member_text(const std::string &body, const std::string &name) {
     return body.substr(at, end - at);
 }
 
-class StatusSnapshotTest : public GatewayTest {
+class StatusSnapshotTest : public CommandTest {
 protected:
     void SetUp() override {
-        GatewayTest::SetUp();
-        sim_ = std::make_unique<SimClient>(env().bus_address());
-        sim_->reset();
-        for (const auto &[key, value] : kSettings) sim_->nvram_put(key, value, true);
-        sim_->clear_records();
-    }
-
-    // Runs one "network.cgi" query and returns the body; remembers how long it took.
-    std::string run(const std::string &query) {
-        auto started = std::chrono::steady_clock::now();
-        HttpResponse response = get(port(), "/network.cgi?" + query);
-        elapsed_ms_ =
-            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started)
-                .count();
-        EXPECT_EQ(response.error, "");
-        EXPECT_EQ(response.status, 200);
-        return response.body;
+        CommandTest::SetUp();
+        for (const auto &[key, value] : kSettings) sim().nvram_put(key, value, true);
+        sim().clear_records();
     }
 
     std::string snapshot() { return run("jsongetupdate="); }
-
-    std::vector<std::string> calls(size_t expected = 22) {
-        std::vector<std::string> described;
-        for (const SimRecord &record : sim_->wait_for_records(expected, 5000)) {
-            EXPECT_EQ(record.type, "method_call");
-            EXPECT_EQ(record.path.rfind("/com/KorvexLabs/Apache/", 0), 0u) << record.path;
-            described.push_back(describe(record));
-        }
-        return described;
-    }
-
-    std::unique_ptr<SimClient> sim_;
-    long elapsed_ms_ = 0;
 };
 
 TEST_F(StatusSnapshotTest, FullSnapshotIsCompactSortedAndEndsInBr) {
@@ -156,13 +123,13 @@ TEST_F(StatusSnapshotTest, QueriesLeaveInTheDocumentedOrder) {
         kGetMac + "(s:ra0)",
         nvram_call("language"),
     };
-    EXPECT_EQ(calls(), expected);
+    EXPECT_EQ(calls(kQueries), expected);
 }
 
 TEST_F(StatusSnapshotTest, AllQueriesUseTheSameConnection) {
     snapshot();
-    std::vector<SimRecord> records = sim_->wait_for_records(22, 5000);
-    ASSERT_EQ(records.size(), 22u);
+    std::vector<SimRecord> records = sim().wait_for_records(kQueries, 5000);
+    ASSERT_EQ(records.size(), kQueries);
     for (const SimRecord &record : records) {
         EXPECT_EQ(record.sender, records[0].sender);
         EXPECT_EQ(record.path, records[0].path);
@@ -197,17 +164,17 @@ TEST_F(StatusSnapshotTest, LogLinesFollowTheItems) {
 // ---- concurrency ------------------------------------------------------------------------
 
 TEST_F(StatusSnapshotTest, EveryReplyDelayedStillAnswersInAboutOneRoundTrip) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","mode":"default","delay_ms":100})");
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"default","delay_ms":100})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","mode":"default","delay_ms":100})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"default","delay_ms":100})");
     EXPECT_EQ(snapshot(), kFullSnapshot + kDone);
     // 22 calls one after another would need 2.2 s.
-    EXPECT_GE(elapsed_ms_, 100);
-    EXPECT_LT(elapsed_ms_, 700);
-    EXPECT_EQ(calls().size(), 22u);
+    EXPECT_GE(elapsed_ms(), 100);
+    EXPECT_LT(elapsed_ms(), 700);
+    EXPECT_EQ(calls(kQueries).size(), kQueries);
 }
 
 TEST_F(StatusSnapshotTest, SilentSdkCostsOneTimeOutAndLeavesTheVersionNull) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"silent"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"silent"})");
     size_t since = env().error_log_size();
     std::string body = snapshot();
     EXPECT_EQ(member_text(body, "swversion"), "\"(null):(null)\"");
@@ -215,8 +182,8 @@ TEST_F(StatusSnapshotTest, SilentSdkCostsOneTimeOutAndLeavesTheVersionNull) {
     expected.replace(expected.find(kSimVersion), kSimVersion.size(), "(null):(null)");
     EXPECT_EQ(body, expected + kDone);
     // One string-request time-out (5 s), not the sum of two.
-    EXPECT_GE(elapsed_ms_, 4800);
-    EXPECT_LT(elapsed_ms_, 6500);
+    EXPECT_GE(elapsed_ms(), 4800);
+    EXPECT_LT(elapsed_ms(), 6500);
     EXPECT_TRUE(env().wait_for_log("No reply, str: korvex-sdk, dest: com.korvex-labs.www.sdk, ifac: "
                                    "com.KorvexLabs.firmware, command: version",
                                    std::chrono::seconds(2), since));
@@ -227,31 +194,31 @@ TEST_F(StatusSnapshotTest, SilentSdkCostsOneTimeOutAndLeavesTheVersionNull) {
 }
 
 TEST_F(StatusSnapshotTest, MissingVersionSideIsNullOnItsSideOfTheColon) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"date","mode":"error"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"date","mode":"error"})");
     EXPECT_EQ(member_text(snapshot(), "swversion"), "\"5.3.2:(null)\"");
-    EXPECT_LT(elapsed_ms_, 1000) << "an error reply is final at once";
+    EXPECT_LT(elapsed_ms(), 1000) << "an error reply is final at once";
 }
 
 TEST_F(StatusSnapshotTest, EachCallKeepsItsOwnTimeOut) {
     // nvram reads give up after 1 s even though the string requests could wait 5 s.
-    sim_->set_rule(
+    sim().set_rule(
         R"({"destination":"com.korvex-labs.www.platform","member":"get","mode":"default","delay_ms":1500})");
     std::string body = snapshot();
     EXPECT_EQ(body, R"({"PLATFORM_MODEL":"QTR58","eth:":"00:4f:61:12:34:56","swversion":"5.3.2:20261015",)"
                     R"("wifi:":"00:4f:61:12:34:57"})" +
                         kDone);
-    EXPECT_GE(elapsed_ms_, 950);
-    EXPECT_LT(elapsed_ms_, 1450);
+    EXPECT_GE(elapsed_ms(), 950);
+    EXPECT_LT(elapsed_ms(), 1450);
 }
 
 TEST_F(StatusSnapshotTest, LateRepliesDoNotLeakIntoTheNextSnapshot) {
-    sim_->set_rule(
+    sim().set_rule(
         R"({"destination":"com.korvex-labs.www.platform","member":"get","mode":"default","delay_ms":1200,"times":17})");
     snapshot();
     // Let the late replies of the first snapshot reach the connection, then ask again
     // with other settings: only the new answers may appear.
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    sim_->nvram_put("SSID1", "Second-Run", true);
+    sim().nvram_put("SSID1", "Second-Run", true);
     std::string second = snapshot();
     std::string expected = kFullSnapshot;
     expected.replace(expected.find("Korvex-QTR58-3457"), 17, "Second-Run");
@@ -261,8 +228,8 @@ TEST_F(StatusSnapshotTest, LateRepliesDoNotLeakIntoTheNextSnapshot) {
 // ---- items without answers --------------------------------------------------------------
 
 TEST_F(StatusSnapshotTest, BothStampsZeroAreLeftOut) {
-    sim_->nvram_put("jsonsetall_number", "0", true);
-    sim_->nvram_put("jsongetuserdata_number", "0", true);
+    sim().nvram_put("jsonsetall_number", "0", true);
+    sim().nvram_put("jsongetuserdata_number", "0", true);
     std::string body = snapshot();
     EXPECT_EQ(body.find("jsonsetall_number"), std::string::npos);
     EXPECT_EQ(body.find("jsongetuserdata_number"), std::string::npos);
@@ -276,8 +243,8 @@ TEST_F(StatusSnapshotTest, BothStampsZeroAreLeftOut) {
 }
 
 TEST_F(StatusSnapshotTest, BothStampsUnsetAreLeftOut) {
-    sim_->nvram_put("jsonsetall_number", "", true);
-    sim_->nvram_put("jsongetuserdata_number", "", true);
+    sim().nvram_put("jsonsetall_number", "", true);
+    sim().nvram_put("jsongetuserdata_number", "", true);
     std::string body = snapshot();
     EXPECT_EQ(body.find("_number"), std::string::npos) << body;
     EXPECT_EQ(member_text(body, "AP_SSID"), "\"Korvex-QTR58-3457\"");
@@ -285,7 +252,7 @@ TEST_F(StatusSnapshotTest, BothStampsUnsetAreLeftOut) {
 }
 
 TEST_F(StatusSnapshotTest, OneStampSetIsPublishedAlone) {
-    sim_->nvram_put("jsonsetall_number", "0", true);
+    sim().nvram_put("jsonsetall_number", "0", true);
     std::string body = snapshot();
     EXPECT_EQ(body.find("jsonsetall_number"), std::string::npos);
     EXPECT_EQ(member_text(body, "jsongetuserdata_number"), "1760432011");
@@ -293,24 +260,24 @@ TEST_F(StatusSnapshotTest, OneStampSetIsPublishedAlone) {
 
 TEST_F(StatusSnapshotTest, NvramWithoutAnswerLeavesOnlyTheStringRequests) {
     // Integer items without a reply are left out as well; the snapshot still succeeds.
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"get","mode":"error"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"get","mode":"error"})");
     EXPECT_EQ(snapshot(), R"({"PLATFORM_MODEL":"QTR58","eth:":"00:4f:61:12:34:56",)"
                           R"("swversion":"5.3.2:20261015","wifi:":"00:4f:61:12:34:57"})" +
                               kDone);
-    EXPECT_LT(elapsed_ms_, 1000);
+    EXPECT_LT(elapsed_ms(), 1000);
 }
 
 TEST_F(StatusSnapshotTest, PlatformAbsentGivesNullMacsAndNoModel) {
-    sim_->set_absent(kPlatform, true);
+    sim().set_absent(kPlatform, true);
     std::string body = snapshot();
-    sim_->set_absent(kPlatform, false);
+    sim().set_absent(kPlatform, false);
     EXPECT_EQ(body, R"J({"eth:":"(null)","swversion":"5.3.2:20261015","wifi:":"(null)"})J" + kDone);
-    EXPECT_LT(elapsed_ms_, 1000);
+    EXPECT_LT(elapsed_ms(), 1000);
 }
 
 TEST_F(StatusSnapshotTest, RepliesWithoutArgumentReadAsNullText) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","mode":"noarg"})");
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"noarg"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","mode":"noarg"})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"noarg"})");
     // Strings publish "(null)", integers read it as 0, stamps of 0 are left out.
     EXPECT_EQ(snapshot(),
               R"J({"AP_SSID":"(null)","Orbweb_UUID":"(null)","PLATFORM_MODEL":"(null)","STA_SSID":"(null)",)J"
@@ -322,7 +289,7 @@ TEST_F(StatusSnapshotTest, RepliesWithoutArgumentReadAsNullText) {
 }
 
 TEST_F(StatusSnapshotTest, WrongTypedReplyReadsAsNullText) {
-    sim_->set_rule(
+    sim().set_rule(
         R"({"destination":"com.korvex-labs.www.platform","interface":"com.KorvexLabs.platform.admin","member":"getModel","mode":"wrongtype"})");
     EXPECT_EQ(member_text(snapshot(), "PLATFORM_MODEL"), "\"(null)\"");
 }
@@ -330,22 +297,22 @@ TEST_F(StatusSnapshotTest, WrongTypedReplyReadsAsNullText) {
 // ---- time zone --------------------------------------------------------------------------
 
 TEST_F(StatusSnapshotTest, ThirdZoneNameGivesThree) {
-    sim_->nvram_put("TimeZone", "UCT_-10", true);  // third name of the platform table
+    sim().nvram_put("TimeZone", "UCT_-10", true);  // third name of the platform table
     EXPECT_EQ(member_text(snapshot(), "TZ"), "3");
 }
 
 TEST_F(StatusSnapshotTest, UnknownZoneNameGivesZero) {
-    sim_->nvram_put("TimeZone", "Europe/Berlin", true);
+    sim().nvram_put("TimeZone", "Europe/Berlin", true);
     EXPECT_EQ(member_text(snapshot(), "TZ"), "0");
 }
 
 TEST_F(StatusSnapshotTest, NumberTextGivesThatNumber) {
-    sim_->nvram_put("TimeZone", "5", true);
+    sim().nvram_put("TimeZone", "5", true);
     EXPECT_EQ(member_text(snapshot(), "TZ"), "5");
 }
 
 TEST_F(StatusSnapshotTest, ZoneIsLoggedBeforeMapping) {
-    sim_->nvram_put("TimeZone", "UCT_-10", true);
+    sim().nvram_put("TimeZone", "UCT_-10", true);
     size_t since = env().error_log_size();
     snapshot();
     EXPECT_TRUE(env().wait_for_log("9.UCT_-10", std::chrono::seconds(5), since));
@@ -354,14 +321,14 @@ TEST_F(StatusSnapshotTest, ZoneIsLoggedBeforeMapping) {
 // ---- escaping ---------------------------------------------------------------------------
 
 TEST_F(StatusSnapshotTest, DoubleQuoteInSsidIsEscaped) {
-    sim_->nvram_put("SSID1", "My \"Home\" Net", true);
+    sim().nvram_put("SSID1", "My \"Home\" Net", true);
     std::string body = snapshot();
     EXPECT_EQ(member_text(body, "AP_SSID"), R"("My \"Home\" Net")");
 }
 
 TEST_F(StatusSnapshotTest, NonAsciiInSsidIsEscaped) {
-    sim_->nvram_put("SSID1", "Caf\xc3\xa9-\xe2\x82\xac", true);  // "Café-€"
-    sim_->nvram_put("STA_SSID1", "Fun \xf0\x9f\x98\x80", true);  // beyond the BMP
+    sim().nvram_put("SSID1", "Caf\xc3\xa9-\xe2\x82\xac", true);  // "Café-€"
+    sim().nvram_put("STA_SSID1", "Fun \xf0\x9f\x98\x80", true);  // beyond the BMP
     std::string body = snapshot();
     EXPECT_EQ(member_text(body, "AP_SSID"), R"("Caf\u00E9-\u20AC")");
     EXPECT_EQ(member_text(body, "STA_SSID"), R"("Fun \uD83D\uDE00")");
@@ -369,14 +336,14 @@ TEST_F(StatusSnapshotTest, NonAsciiInSsidIsEscaped) {
 }
 
 TEST_F(StatusSnapshotTest, BackslashAndSlashInValues) {
-    sim_->nvram_put("SU_PASSWORD", "a\\b/c", true);
+    sim().nvram_put("SU_PASSWORD", "a\\b/c", true);
     EXPECT_EQ(member_text(snapshot(), "SU_PASSWORD"), R"("a\\b/c")");
 }
 
 // ---- no bus -----------------------------------------------------------------------------
 
 TEST_F(StatusSnapshotTest, WithoutBusOnlyTheCopiedItemsRemain) {
-    sim_.reset();
+    close_sim();
     env().bus_stop();
     std::string body = snapshot();
     env().bus_start();
@@ -389,11 +356,15 @@ TEST_F(StatusSnapshotTest, WithoutBusOnlyTheCopiedItemsRemain) {
 // at the same time on different threads each collect exactly their own replies.
 class StatusSnapshotEventMpmTest : public StatusSnapshotTest {
 protected:
-    static void SetUpTestSuite() { use_env(GatewayEnv::Options{"event"}); }
+    static void SetUpTestSuite() {
+        GatewayEnv::Options options;
+        options.mpm = "event";
+        use_env(options);
+    }
 };
 
 TEST_F(StatusSnapshotEventMpmTest, ConcurrentSnapshotsEachGetTheFullAnswer) {
-    sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","mode":"default","delay_ms":100})");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","mode":"default","delay_ms":100})");
     constexpr int kClients = 6;
     std::vector<std::string> bodies(kClients);
     std::vector<std::thread> clients;
@@ -405,7 +376,7 @@ TEST_F(StatusSnapshotEventMpmTest, ConcurrentSnapshotsEachGetTheFullAnswer) {
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();
     for (const std::string &body : bodies) EXPECT_EQ(body, kFullSnapshot + kDone);
     EXPECT_LT(elapsed, 1500);
-    EXPECT_EQ(sim_->wait_for_records(22 * kClients, 5000).size(), 22u * kClients);
+    EXPECT_EQ(sim().wait_for_records(kQueries * kClients, 5000).size(), kQueries * kClients);
 }
 
 }  // namespace

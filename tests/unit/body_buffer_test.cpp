@@ -1,25 +1,15 @@
 #include "module/body_buffer.h"
 
-#include <apr_general.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "tests/support/apr_pool_fixture.h"
+
 namespace korvex {
 namespace {
 
-class BodyBufferTest : public ::testing::Test {
- protected:
-    void SetUp() override {
-        ASSERT_EQ(apr_initialize(), APR_SUCCESS);
-        ASSERT_EQ(apr_pool_create(&pool_, nullptr), APR_SUCCESS);
-    }
-    void TearDown() override {
-        apr_pool_destroy(pool_);
-        apr_terminate();
-    }
-    apr_pool_t *pool_ = nullptr;
-};
+class BodyBufferTest : public test::AprPoolTest {};
 
 TEST(ContentLengthTest, AcceptsDecimalDigitsOnly) {
     apr_off_t length = -7;

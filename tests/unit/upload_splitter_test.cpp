@@ -1,11 +1,12 @@
 #include "module/upload_splitter.h"
 
-#include <apr_general.h>
 #include <gtest/gtest.h>
 
 #include <random>
 #include <string>
 #include <vector>
+
+#include "tests/support/apr_pool_fixture.h"
 
 namespace korvex {
 namespace {
@@ -31,17 +32,8 @@ std::string make_image(std::size_t size, unsigned seed) {
     return image;
 }
 
-class UploadSplitterTest : public ::testing::Test {
+class UploadSplitterTest : public test::AprPoolTest {
  protected:
-    void SetUp() override {
-        ASSERT_EQ(apr_initialize(), APR_SUCCESS);
-        ASSERT_EQ(apr_pool_create(&pool_, nullptr), APR_SUCCESS);
-    }
-    void TearDown() override {
-        apr_pool_destroy(pool_);
-        apr_terminate();
-    }
-
     static void append(std::string *file, const WriteList &list) {
         for (int i = 0; i < list.count; ++i) file->append(list.spans[i].data, list.spans[i].size);
     }
@@ -71,8 +63,6 @@ class UploadSplitterTest : public ::testing::Test {
         append(file, list);
         return UploadSplitter::Status::kContinue;
     }
-
-    apr_pool_t *pool_ = nullptr;
 };
 
 TEST(FindBytesTest, BoundedAndBinarySafe) {

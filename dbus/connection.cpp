@@ -62,7 +62,12 @@ void close_record(DbusData *data) {
 }
 
 bool usable(const DbusData *data) {
-    return data != nullptr && data->conn != nullptr && dbus_connection_get_is_connected(data->conn);
+    if (data == nullptr || data->conn == nullptr) return false;
+    // A bus that went away between two calls has hung up the socket, but the connection
+    // learns of it only when it next does I/O. Look now, without waiting, so that a bus
+    // restarted meanwhile gets a fresh connection instead of failing this call.
+    dbus_connection_read_write(data->conn, 0);
+    return dbus_connection_get_is_connected(data->conn);
 }
 
 }  // namespace

@@ -15,11 +15,13 @@ constexpr char kLockFile[] = "/tmp/lockHttpd";
 
 unsigned address_word(const void *p) { return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p)); }
 
+// The hook bodies run inside lambdas (see guarded()), where __func__ would be "operator()":
+// their log lines name the hook explicitly.
 int shm_counter_post_config(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *s) {
-    return korvex::guarded(__func__, korvex::http::kOk, [s] {
+    static constexpr char kFunc[] = "shm_counter_post_config";
+    return korvex::guarded(kFunc, korvex::http::kOk, [s] {
         apr_pool_t *pool = s->process->pool;
-        KLOG(KORVEX_LOG_TRACE, "enter %s, s->process->pool addr: 0x%x\n", "shm_counter_post_config",
-             address_word(pool));
+        KLOG_AS(KORVEX_LOG_TRACE, kFunc, "enter %s, s->process->pool addr: 0x%x\n", kFunc, address_word(pool));
         void *existing = nullptr;
         apr_pool_userdata_get(&existing, kModuleConfigKey, pool);
         if (existing != nullptr) {
@@ -34,21 +36,22 @@ int shm_counter_post_config(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec
             if (rv != APR_SUCCESS) {
                 char reason[128];
                 apr_strerror(rv, reason, sizeof reason);
-                KLOG(KORVEX_LOG_ERROR, "apr_global_mutex_create failed: %s\n", reason);
+                KLOG_AS(KORVEX_LOG_ERROR, kFunc, "apr_global_mutex_create failed: %s\n", reason);
             }
             apr_pool_userdata_set(config, kModuleConfigKey, apr_pool_cleanup_null, pool);
         }
-        KLOG(KORVEX_LOG_TRACE, "leave %s\n", "shm_counter_post_config");
+        KLOG_AS(KORVEX_LOG_TRACE, kFunc, "leave %s\n", kFunc);
         return korvex::http::kOk;
     });
 }
 
 void initialize_child(apr_pool_t *child_pool, server_rec *s) {
-    korvex::guarded(__func__, 0, [child_pool, s] {
-        KLOG(KORVEX_LOG_CHILD, "enter %s, pool addr: 0x%x, s->process->pool: 0x%x, tid: %d\n", "initialize_child",
-             address_word(child_pool), address_word(s->process->pool), static_cast<int>(syscall(SYS_gettid)));
+    static constexpr char kFunc[] = "initialize_child";
+    korvex::guarded(kFunc, 0, [child_pool, s] {
+        KLOG_AS(KORVEX_LOG_CHILD, kFunc, "enter %s, pool addr: 0x%x, s->process->pool: 0x%x, tid: %d\n", kFunc,
+                address_word(child_pool), address_word(s->process->pool), static_cast<int>(syscall(SYS_gettid)));
         korvex::dbus::child_init(child_pool, s);
-        KLOG(KORVEX_LOG_CHILD, "leave %s\n", "initialize_child");
+        KLOG_AS(KORVEX_LOG_CHILD, kFunc, "leave %s\n", kFunc);
         return 0;
     });
 }

@@ -22,6 +22,10 @@ constexpr char kUpdaterLine[] = "update -k %s -m %s -r 3 &";
 constexpr char kUpdateStatusPage[] = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 constexpr int kMemoryPurgeLevel = 25;
 
+// The serve_* helpers are parts of korvex_handler: their log lines carry its name.
+constexpr char kHandlerName[] = "korvex_handler";
+#define HLOG(level, ...) KLOG_AS((level), kHandlerName, __VA_ARGS__)
+
 // Reads the body, URL-unescapes it as a whole ("+" stays "+") and makes it the request's
 // argument string. Returns the unescaped text, or null when there is no usable body.
 const char *take_body_as_arguments(request_rec *r) {
@@ -43,7 +47,7 @@ int serve_sdk(request_rec *r) {
     ap_set_content_type(r, kContentType);
     if (r->method_number == M_POST) {
         if (take_body_as_arguments(r) == nullptr) {
-            KLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
+            HLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
             return korvex::http::kOk;
         }
     } else if (r->method_number != M_GET) {
@@ -58,11 +62,11 @@ int serve_update(request_rec *r) {
     if (r->method_number != M_GET && r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
     getKorvexData(r);
     if (proc_find(kUpdaterProcess) >= 0) {
-        KLOG(KORVEX_LOG_STATE, "fw is updating\n");
+        HLOG(KORVEX_LOG_STATE, "fw is updating\n");
         ap_rprintf(r, "updating");
         return korvex::http::kOk;
     }
-    KLOG(KORVEX_LOG_STATE, "purging ...\n");
+    HLOG(KORVEX_LOG_STATE, "purging ...\n");
     sys_mem_purge(kMemoryPurgeLevel);
     apr_sleep(apr_time_from_sec(1));
     const char *model = korvex::string_message(r, korvex::peer::kGetModelArgument, korvex::peer::kGetModel);
@@ -90,11 +94,11 @@ int serve_network(request_rec *r) {
 }
 
 int serve_send_dat(request_rec *r) {
-    KLOG(KORVEX_LOG_REQUEST, "send.dat doing\n");
+    HLOG(KORVEX_LOG_REQUEST, "send.dat doing\n");
     ap_set_content_type(r, kContentType);
     if (r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
     if (take_body_as_arguments(r) == nullptr) {
-        KLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
+        HLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
         return korvex::http::kOk;
     }
     korvex::string_message(r, json_argument(r), korvex::peer::kAppSendDat);

@@ -14,8 +14,10 @@ usage() {
     cat <<'EOF'
 usage: gateway.sh COMMAND RUN_DIR [ARGS]
   up RUN_DIR [--port N] [--mpm prefork|worker|event] [--no-bus] [--log-level N]
-             [--owner-pid PID] [--build-dir DIR]
+             [--owner-pid PID] [--build-dir DIR] [--tmp-dir NAME]...
                         start bus, simulator and server; return once the server answers
+                        (--tmp-dir: a directory NAME in the server's private /tmp, made
+                        before the server starts; isolation only)
   down RUN_DIR          stop everything started for RUN_DIR
   bus-stop RUN_DIR      stop simulator and bus (the server keeps running)
   bus-start RUN_DIR     start bus and simulator again on the same socket
@@ -162,6 +164,17 @@ prepare_run_dir() {
     if [ "$ISOLATION" = namespaces ]; then
         chown "$SERVER_ACCOUNT:$SERVER_ACCOUNT" "$RUN_DIR"/{logs,run,nvram-sections,stubs.log}
     fi
+}
+
+# Directories in the server's private /tmp that must exist before it starts (for example
+# one that takes the name of a file the server wants to create).
+make_tmp_dirs() { # NAME...
+    local name
+    for name in "$@"; do
+        [[ "$name" =~ ^[A-Za-z0-9._-]+$ ]] || die "bad --tmp-dir name: $name"
+        [ "$ISOLATION" = namespaces ] || die "--tmp-dir needs isolation (the server would share the host's /tmp)"
+        mkdir -p "$RUN_DIR/tmp/$name"
+    done
 }
 
 env_line() { # KEY VALUE
@@ -387,6 +400,7 @@ server_hostname() {
 up() {
     PORT=8080 MPM=prefork LOG_LEVEL=2 BUILD_DIR="${KORVEX_BUILD_DIR:-$SOURCE_DIR/build}"
     local with_bus=1 owner=""
+    local -a tmp_dirs=()
     while [ $# -gt 0 ]; do
         case "$1" in
         --port) PORT="$2"; shift 2 ;;
@@ -395,6 +409,7 @@ up() {
         --log-level) LOG_LEVEL="$2"; shift 2 ;;
         --owner-pid) owner="$2"; shift 2 ;;
         --build-dir) BUILD_DIR="$2"; shift 2 ;;
+        --tmp-dir) tmp_dirs+=("$2"); shift 2 ;;
         *) die "unknown option $1" ;;
         esac
     done
@@ -407,6 +422,7 @@ up() {
     mkdir -p "$RUN_DIR"
 
     prepare_run_dir "$BUILD_DIR"
+    make_tmp_dirs "${tmp_dirs[@]+"${tmp_dirs[@]}"}"
     echo "$BUILD_DIR" >"$RUN_DIR/build_dir"
     write_env
     # Whatever fails from here on, nothing stays behind.

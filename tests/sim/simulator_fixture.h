@@ -7,27 +7,27 @@
 #include <memory>
 
 #include "dbus/peer_catalog.h"
-#include "tests/sim/private_gateway.h"
 #include "tests/sim/raw_bus_caller.h"
+#include "tests/support/bus_env.h"
 #include "tests/support/sim_client.h"
 
 namespace korvex::test {
 
 class SimulatorTest : public ::testing::Test {
   protected:
-    static void SetUpTestSuite() { gateway_ = new PrivateGateway(); }
+    static void SetUpTestSuite() { bus_ = new BusEnv(); }
     static void TearDownTestSuite() {
-        delete gateway_;
-        gateway_ = nullptr;
+        delete bus_;
+        bus_ = nullptr;
     }
 
     void SetUp() override {
-        sim_ = std::make_unique<SimClient>(gateway_->bus_address());
+        sim_ = std::make_unique<SimClient>(bus_->address());
         sim_->reset();
-        caller_ = std::make_unique<RawBusCaller>(gateway_->bus_address());
+        caller_ = std::make_unique<RawBusCaller>(bus_->address());
     }
 
-    inline static PrivateGateway *gateway_ = nullptr;
+    inline static BusEnv *bus_ = nullptr;
     std::unique_ptr<SimClient> sim_;
     std::unique_ptr<RawBusCaller> caller_;
 };

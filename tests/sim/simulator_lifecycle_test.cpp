@@ -2,7 +2,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "tests/sim/private_gateway.h"
+#include "tests/support/bus_env.h"
 #include "tests/support/sim_client.h"
 
 #include <gtest/gtest.h>
@@ -10,24 +10,24 @@
 namespace korvex::test {
 namespace {
 
-TEST(SimulatorLifecycleTest, AnnouncesReadinessOnStdoutAndInTheReadyFile) {
-    PrivateGateway gateway;
-    EXPECT_TRUE(std::filesystem::exists(gateway.ready_file()));
-    EXPECT_FALSE(std::filesystem::exists(gateway.ready_file() + ".tmp"));
-    EXPECT_EQ(gateway.simulator_stdout(), "READY\n");
-    SimClient sim(gateway.bus_address());
+TEST(SimulatorLifecycleTest, AnnouncesReadinessOnItsOutputAndInTheReadyFile) {
+    BusEnv bus;
+    EXPECT_TRUE(std::filesystem::exists(bus.ready_file()));
+    EXPECT_FALSE(std::filesystem::exists(bus.ready_file() + ".tmp"));
+    EXPECT_EQ(bus.simulator_output(), "READY\n");
+    SimClient sim(bus.address());
     EXPECT_EQ(sim.ping(), "pong");
 }
 
 TEST(SimulatorLifecycleTest, EndsWithStatusZeroOnSigterm) {
-    PrivateGateway gateway;
-    EXPECT_EQ(gateway.stop_simulator(), 0);
+    BusEnv bus;
+    EXPECT_EQ(bus.stop_simulator(), 0);
 }
 
 TEST(SimulatorLifecycleTest, EndsWithStatusOneWhenTheBusGoesAway) {
-    PrivateGateway gateway;
-    gateway.stop_bus();
-    EXPECT_EQ(gateway.wait_for_simulator_exit(2000), 1);
+    BusEnv bus;
+    bus.stop_bus();
+    EXPECT_EQ(bus.wait_for_simulator_exit(2000), 1);
 }
 
 TEST(SimulatorLifecycleTest, RefusesToStartWithoutItsSettingsFiles) {

@@ -23,7 +23,7 @@ class SimulatorNvramTest : public SimulatorTest {
     }
 
     std::string committed_file_text() {
-        std::ifstream in(gateway_->nvram_file());
+        std::ifstream in(bus_->nvram_file());
         std::stringstream text;
         text << in.rdbuf();
         return text.str();

@@ -38,10 +38,10 @@ void BusEnv::start() {
                         run_dir_ + "/bus.log");
     if (!wait_for_file(run_dir_ + "/bus/socket", 5000)) throw std::runtime_error("dbus-daemon did not start");
     setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
-    const std::string ready = run_dir_ + "/sim.ready";
+    const std::string ready = ready_file();
     std::remove(ready.c_str());
     sim_ = ChildProcess({std::string(KORVEX_BUILD_DIR) + "/sim/korvex-gateway-sim", "--nvram-file",
-                         run_dir_ + "/nvram.conf", "--nvram-defaults",
+                         nvram_file(), "--nvram-defaults",
                          std::string(KORVEX_SOURCE_DIR) + "/sim/nvram_defaults.conf", "--ready-file", ready},
                         run_dir_ + "/sim.log");
     if (!wait_for_file(ready, 10000)) throw std::runtime_error("simulator did not get ready");
@@ -52,6 +52,8 @@ void BusEnv::stop() {
     bus_.stop();
     std::remove((run_dir_ + "/bus/socket").c_str());
 }
+
+std::string BusEnv::simulator_output() const { return read_file(run_dir_ + "/sim.log"); }
 
 StderrCapture::StderrCapture() {
     char pattern[] = "/tmp/korvex-stderr.XXXXXX";

@@ -21,6 +21,17 @@ public:
     void stop();
     void start();
 
+    // The simulator's committed settings store, its ready file and what it printed.
+    std::string nvram_file() const { return run_dir_ + "/nvram.conf"; }
+    std::string ready_file() const { return run_dir_ + "/sim.ready"; }
+    std::string simulator_output() const;
+    // SIGTERM to the simulator; its exit status, or -1 if it still runs after timeout_ms.
+    int stop_simulator(int timeout_ms = 2000) { return sim_.terminate(timeout_ms); }
+    // The simulator's exit status once it ends, or -1 while it still runs after timeout_ms.
+    int wait_for_simulator_exit(int timeout_ms) { return sim_.wait_exit(timeout_ms); }
+    // Ends only the bus daemon, as when the system bus goes away.
+    void stop_bus() { bus_.stop(); }
+
 private:
     std::string run_dir_;
     std::string address_;

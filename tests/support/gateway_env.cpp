@@ -153,6 +153,10 @@ std::unique_ptr<GatewayEnv> GatewayEnv::start(const Options &options) {
                                          "--owner-pid", std::to_string(getpid()),
                                          "--build-dir", KORVEX_BUILD_DIR};
         if (!options.with_bus) args.push_back("--no-bus");
+        for (const std::string &dir : options.server_tmp_dirs) {
+            args.push_back("--tmp-dir");
+            args.push_back(dir);
+        }
         int status = run_and_wait(args, env->run_dir_ + "/harness.out", env->run_dir_ + "/harness.log");
         if (status == 0) break;
         if (status == kPortInUse && attempt < 3) continue;

@@ -17,9 +17,13 @@ struct GatewayOptions {
     std::string mpm = "prefork";  // prefork, worker or event
     bool with_bus = true;         // false: no bus and no simulator (bus_start() later)
     int log_level = 2;            // KORVEX_LOG_LEVEL of the server
+    // Directories made in the server's private /tmp before it starts (needs isolation:
+    // start() throws without it).
+    std::vector<std::string> server_tmp_dirs;
 
     bool operator==(const GatewayOptions &o) const {
-        return mpm == o.mpm && with_bus == o.with_bus && log_level == o.log_level;
+        return mpm == o.mpm && with_bus == o.with_bus && log_level == o.log_level &&
+               server_tmp_dirs == o.server_tmp_dirs;
     }
 };
 

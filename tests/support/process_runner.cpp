@@ -36,41 +36,56 @@ ChildProcess::ChildProcess(const std::vector<std::string> &argv, const std::stri
 
 ChildProcess::~ChildProcess() { stop(); }
 
-ChildProcess::ChildProcess(ChildProcess &&other) noexcept : pid_(other.pid_) { other.pid_ = -1; }
+ChildProcess::ChildProcess(ChildProcess &&other) noexcept : pid_(other.pid_), exit_status_(other.exit_status_) {
+    other.pid_ = -1;
+}
 
 ChildProcess &ChildProcess::operator=(ChildProcess &&other) noexcept {
     if (this != &other) {
         stop();
         pid_ = other.pid_;
+        exit_status_ = other.exit_status_;
         other.pid_ = -1;
     }
     return *this;
+}
+
+void ChildProcess::reaped(int status) {
+    exit_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    pid_ = -1;
 }
 
 bool ChildProcess::running() {
     if (pid_ <= 0) return false;
     int status = 0;
     if (waitpid(pid_, &status, WNOHANG) == pid_) {
-        pid_ = -1;
+        reaped(status);
         return false;
     }
     return true;
 }
 
+int ChildProcess::wait_exit(int timeout_ms) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    while (running()) {
+        if (std::chrono::steady_clock::now() >= deadline) return -1;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return exit_status_;
+}
+
+int ChildProcess::terminate(int timeout_ms) {
+    if (pid_ > 0) kill(pid_, SIGTERM);
+    return wait_exit(timeout_ms);
+}
+
 void ChildProcess::stop() {
     if (pid_ <= 0) return;
-    kill(pid_, SIGTERM);
-    for (int i = 0; i < 100; ++i) {
-        int status = 0;
-        if (waitpid(pid_, &status, WNOHANG) == pid_) {
-            pid_ = -1;
-            return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    if (terminate(2000) != -1) return;
     kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-    pid_ = -1;
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    reaped(status);
 }
 
 bool wait_for_file(const std::string &path, int timeout_ms) {

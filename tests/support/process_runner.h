@@ -22,9 +22,18 @@ public:
     pid_t pid() const { return pid_; }
     bool running();
     void stop();
+    // Waits up to timeout_ms for the process to end. Its exit status (128 + the signal
+    // when a signal ended it), or -1 while it still runs. Also after it was reaped.
+    int wait_exit(int timeout_ms);
+    // SIGTERM, then wait_exit(timeout_ms).
+    int terminate(int timeout_ms);
 
 private:
+    // Records the status of a reaped child and forgets its pid.
+    void reaped(int status);
+
     pid_t pid_ = -1;
+    int exit_status_ = -1;
 };
 
 // Waits until path exists (polling), up to timeout_ms. True when it appeared.

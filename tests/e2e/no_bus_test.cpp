@@ -1,0 +1,157 @@
+// A server started while the system bus is down: its children keep serving, every bus
+// call fails with "dbusData is NULL", and once the bus is up the next request works
+// without restarting the server.
+#include <signal.h>
+
+#include <chrono>
+#include <fstream>
+#include <future>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/access_log.h"
+#include "tests/support/gateway_env.h"
+#include "tests/support/http_client.h"
+#include "tests/support/log_lines.h"
+#include "tests/support/record_text.h"
+#include "tests/support/sim_client.h"
+
+namespace korvex::test {
+namespace {
+
+const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
+
+class NoBusTest : public GatewayTest {
+  protected:
+    static void SetUpTestSuite() {
+        GatewayEnv::Options options;
+        options.with_bus = false;
+        use_env(options);
+    }
+
+    void SetUp() override {
+        GatewayTest::SetUp();
+        before_ = env().error_log_size();
+    }
+
+    std::string connection_error() const {
+        return "[korvex:6] [pid N] dbus_init:L apache: Connection Error (Failed to connect to socket " +
+               env().run_dir() + "/bus/socket: No such file or directory)";
+    }
+    static std::string no_data(const std::string &function) {
+        return "[korvex:6] [pid N] " + function + ":L apache: dbusData is NULL";
+    }
+    std::vector<std::string> errors_since_setup() const {
+        return module_log_lines(env().error_log_since(before_), "[korvex:6]");
+    }
+
+    size_t before_ = 0;
+};
+
+TEST_F(NoBusTest, ChildrenStartWithoutAConnection) {
+    std::set<long> children;
+    for (pid_t child : env().server_child_pids()) children.insert(GatewayEnv::namespace_pid(child));
+    ASSERT_GE(children.size(), 1u);
+    const std::string log = env().error_log();
+    for (long child : children) {
+        const std::string pid = "[pid " + std::to_string(child) + "] ";
+        EXPECT_EQ(module_log_lines(log, pid + "dbus_init:"),
+                  (std::vector<std::string>{"[korvex:2] [pid N] dbus_init:L apache: enter dbus_init",
+                                            connection_error()}));
+        EXPECT_EQ(module_log_lines(log, pid + "initialize_child:").at(1), no_data("initialize_child"));
+        EXPECT_EQ(module_log_lines(log, pid + "initialize_child:").size(), 3u);
+    }
+}
+
+TEST_F(NoBusTest, TestCommandStillAnswersAndEachCallFails) {
+    HttpResponse response = get(port(), "/network.cgi?test=3");
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, "in testAPI, value: 3<br>test done");
+    ASSERT_TRUE(env().wait_for_log("leave testAPI", std::chrono::seconds(5), before_));
+    // Every call tries to connect once more, and fails like the child did at its start.
+    const std::string failed = no_data("apache_dbus_string_message");
+    EXPECT_EQ(errors_since_setup(),
+              (std::vector<std::string>{connection_error(), failed, connection_error(), failed, connection_error(),
+                                        failed}));
+}
+
+TEST_F(NoBusTest, ForwardingResourcesAnswerWithoutReplies) {
+    EXPECT_EQ(get(port(), "/get.dat").body, "(null)");
+    EXPECT_EQ(get(port(), "/sdk.cgi?json=%7B%22cmd%22%3A%22x%22%7D").body, "");
+    HttpResponse sent = post(port(), "/send.dat", "json=1");
+    EXPECT_EQ(sent.status, 200);
+    EXPECT_EQ(sent.body, "");
+    EXPECT_EQ(module_log_lines(env().error_log_since(before_), "dbusData is NULL").size(), 3u);
+}
+
+TEST_F(NoBusTest, UpdateStillAnswers) {
+    env().write_server_tmp("uImage", "");
+    HttpResponse response = get(port(), "/update.cgi");
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, kRefresh);
+    std::vector<std::string> failed;
+    for (const std::string &line : errors_since_setup()) {
+        if (line.find("dbusData is NULL") != std::string::npos) failed.push_back(line);
+    }
+    EXPECT_EQ(failed, (std::vector<std::string>{no_data("apache_dbus_string_message"),
+                                                no_data("dbus_signal_update_alive"),
+                                                no_data("apache_dbus_send_str_ret_int")}));
+}
+
+TEST_F(NoBusTest, ChildWithoutConnectionSaysSoWhenItEnds) {
+    std::set<long> old_children;
+    for (pid_t child : env().server_child_pids()) old_children.insert(GatewayEnv::namespace_pid(child));
+    // A graceful restart ends the idle children of the old generation.
+    ASSERT_EQ(::kill(env().server_pid(), SIGUSR1), 0);
+    ASSERT_TRUE(env().wait_for_log("resuming normal operations", std::chrono::seconds(20), before_));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    size_t ended = 0;
+    while (std::chrono::steady_clock::now() < deadline) {
+        ended = env().count_log_lines("dbus_plain_cleanup_func:", before_);
+        if (ended >= old_children.size()) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    const std::string log = env().error_log_since(before_);
+    for (long child : old_children) {
+        EXPECT_EQ(module_log_lines(log, "[pid " + std::to_string(child) + "] dbus_plain_cleanup_func:"),
+                  std::vector<std::string>{no_data("dbus_plain_cleanup_func")})
+            << "child " << child;
+    }
+    // The new generation starts without a bus as well, and serves.
+    EXPECT_EQ(get(port(), "/network.cgi?test=0").body, "in testAPI, value: 0<br>test done");
+}
+
+// Runs last: the bus comes up under the running server.
+TEST_F(NoBusTest, ZzOnceTheBusIsUpTheNextRequestWorks) {
+    env().bus_start();
+    SimClient sim(env().bus_address());
+    sim.reset();
+    // Two requests at once, answered slowly, reach two children: both connect now.
+    sim.set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"default","delay_ms":400})");
+    const size_t access_before = access_log_size(env());
+    std::vector<std::future<HttpResponse>> answers;
+    for (int i = 0; i < 2; ++i)
+        answers.push_back(std::async(std::launch::async, [] { return get(port(), "/network.cgi?test=1"); }));
+    for (auto &answer : answers) EXPECT_EQ(answer.get().body, "in testAPI, value: 1<br>test done");
+
+    const std::vector<std::string> lines = wait_for_access_lines(env(), access_before, 2);
+    ASSERT_EQ(lines.size(), 2u);
+    std::set<std::string> expected_paths = {module_path(served_pid(lines[0])), module_path(served_pid(lines[1]))};
+    std::set<std::string> paths;
+    for (const SimRecord &record : sim.records()) paths.insert(record.path);
+    EXPECT_EQ(paths, expected_paths);
+    EXPECT_EQ(paths.size(), 2u);
+    EXPECT_EQ(module_log_lines(env().error_log_since(before_), "[korvex:6]"), std::vector<std::string>{});
+    // Each of the two children opened its connection once, on its own path.
+    for (const std::string &line : lines) {
+        const long child = served_pid(line);
+        EXPECT_EQ(module_log_lines(env().error_log_since(before_), "[pid " + std::to_string(child) + "] dbus_init:"),
+                  (std::vector<std::string>{"[korvex:3] [pid N] dbus_init:L apache: dbus_bus_get_private success.",
+                                            "[korvex:2] [pid N] dbus_init:L apache: objPath: " + module_path(child)}));
+    }
+}
+
+}  // namespace
+}  // namespace korvex::test

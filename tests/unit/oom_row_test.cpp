@@ -2,15 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/apr_pool_fixture.h"
+
 namespace {
 
-class OomRow : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { apr_initialize(); }
-    void SetUp() override { ASSERT_EQ(apr_pool_create(&pool_, nullptr), APR_SUCCESS); }
-    void TearDown() override { apr_pool_destroy(pool_); }
-    apr_pool_t *pool_ = nullptr;
-};
+using OomRow = korvex::test::AprPoolTest;
 
 TEST_F(OomRow, ScoreAndPidRightAlignedInFourColumns) {
     EXPECT_STREQ(korvex::format_oom_row(pool_, "15", 812, "korvex-sdk"), "  15  812 korvex-sdk<br>");

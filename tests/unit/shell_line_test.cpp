@@ -4,24 +4,16 @@
 #include <string>
 
 #include "commands/shell_line.h"
+#include "tests/support/apr_pool_fixture.h"
 
 namespace {
 
-class ShellLine : public ::testing::Test {
+class ShellLine : public korvex::test::AprPoolTest {
 protected:
-    ShellLine() {
-        apr_initialize();
-        apr_pool_create(&pool_, nullptr);
-    }
-    ~ShellLine() override {
-        apr_pool_destroy(pool_);
-        apr_terminate();
-    }
     std::string line(const char *tmpl, std::initializer_list<const char *> values) {
         const char *out = korvex::shell_line(pool_, tmpl, values);
         return out == nullptr ? std::string("<null>") : std::string(out);
     }
-    apr_pool_t *pool_ = nullptr;
 };
 
 TEST_F(ShellLine, OrdinaryValuesStandAsTheyAre) {

@@ -11,12 +11,14 @@
 #include "dbus/dbus_ptr.h"
 #include "dbus/peer_catalog.h"
 #include "module/log.h"
+#include "module/process_lock.h"
 
 namespace {
 
 // Guards the process pool's user data and the connection pool: under threaded MPMs several
-// serving threads may open their connections at the same time.
-std::mutex g_registry_lock;
+// serving threads may open their connections at the same time, while others look up the
+// module's record (getKorvexData) in the same user data.
+std::mutex &g_registry_lock = korvex::process_userdata_lock();
 // Records opened after child start (first use on a serving thread, or a child whose first
 // attempt failed) live here; it is a sub-pool of the child pool, so they close with the child.
 apr_pool_t *g_connection_pool = nullptr;

@@ -9,15 +9,20 @@ APACHE_BIN="${APACHE_BIN:-/usr/sbin/apache2}"
 APACHE_MODULES="${APACHE_MODULES:-/usr/lib/apache2/modules}"
 SERVER_ACCOUNT="www-data"
 WAIT_SECONDS="${KORVEX_WAIT_SECONDS:-30}"
+# Opt-in sanitizer mode (KORVEX_SANITIZE=1 or "up --sanitize"), for a tree built with
+# -fsanitize=address,undefined: see "Sanitizer runs" in docs/running.md.
+SANITIZE="${KORVEX_SANITIZE:-0}"
 
 usage() {
     cat <<'EOF'
 usage: gateway.sh COMMAND RUN_DIR [ARGS]
   up RUN_DIR [--port N] [--mpm prefork|worker|event] [--no-bus] [--log-level N]
-             [--owner-pid PID] [--build-dir DIR] [--tmp-dir NAME]...
+             [--owner-pid PID] [--build-dir DIR] [--tmp-dir NAME]... [--sanitize]
                         start bus, simulator and server; return once the server answers
                         (--tmp-dir: a directory NAME in the server's private /tmp, made
-                        before the server starts; isolation only)
+                        before the server starts; isolation only; --sanitize: as
+                        KORVEX_SANITIZE=1, the server runs with the ASan runtime preloaded
+                        and every sanitizer report lands in RUN_DIR/sanitizer/)
   down RUN_DIR          stop everything started for RUN_DIR
   bus-stop RUN_DIR      stop simulator and bus (the server keeps running)
   bus-start RUN_DIR     start bus and simulator again on the same socket
@@ -102,6 +107,58 @@ log_tail() { # FILE
     fi
 }
 
+# --- sanitizer mode --------------------------------------------------------------------
+
+# The libraries preloaded into the server: Debian's apache2 is not built with ASan, so an
+# instrumented module only loads when the ASan runtime is the first library of the process.
+# KORVEX_SERVER_PRELOAD (colon-separated paths) replaces the default: gcc's libasan and
+# libubsan.
+sanitizer_preload() {
+    if [ -n "${KORVEX_SERVER_PRELOAD:-}" ]; then
+        echo "$KORVEX_SERVER_PRELOAD"
+        return 0
+    fi
+    local compiler="${CC:-gcc}" list="" name path
+    command -v "$compiler" >/dev/null || compiler=gcc
+    for name in libasan.so libubsan.so; do
+        path="$("$compiler" -print-file-name="$name" 2>/dev/null || true)"
+        # gcc prints the bare name when it does not know the library.
+        if [ -z "$path" ] || [ "$path" = "$name" ] || [ ! -e "$path" ]; then
+            die "cannot find $name (set KORVEX_SERVER_PRELOAD)"
+        fi
+        path="$(readlink -f "$path")"
+        list="${list:+$list:}$path"
+    done
+    echo "$list"
+}
+
+# Runtime options for one process kind (server or sim): reports go to files
+# RUN_DIR/sanitizer/<kind>-<asan|ubsan>.<pid>, which nothing else ever writes.
+sanitizer_env() { # KIND -> NAME=VALUE lines
+    local dir="$RUN_DIR/sanitizer"
+    # Leak checks stay off: Apache's pools and libdbus keep memory until exit by design.
+    # Apache installs its own handlers for fatal signals; ASan keeps its own instead, so a
+    # crash or an abort (libdbus refusing its arguments, say) leaves a report with a stack.
+    local asan="detect_leaks=0:halt_on_error=1:abort_on_error=0:handle_abort=1:allow_user_segv_handler=0"
+    echo "ASAN_OPTIONS=$asan:log_path=$dir/$1-asan"
+    # (log_path is honoured only where UBSan runs without ASan; see collect_ubsan_reports.)
+    echo "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=0:log_path=$dir/$1-ubsan"
+}
+
+# UBSan ignores its log_path when it shares the process with ASan and writes to standard
+# error, that is into the logs. Once the processes are gone, its reports (lines
+# "FILE:LINE:COLUMN: runtime error: ..." and the stack after them) are copied from the logs
+# into RUN_DIR/sanitizer/ like every other report. Module trace lines start with "[korvex:".
+collect_ubsan_reports() {
+    [ "${SANITIZE:-0}" = 1 ] && [ -d "$RUN_DIR/sanitizer" ] || return 0
+    local log report
+    for log in error.log httpd.stderr sim.log; do
+        [ -s "$RUN_DIR/logs/$log" ] || continue
+        report="$RUN_DIR/sanitizer/ubsan-in-$log"
+        grep -a -E -A 12 '^[^[ ]+:[0-9]+:[0-9]+: runtime error: ' "$RUN_DIR/logs/$log" >"$report" || rm -f "$report"
+    done
+}
+
 # --- run directory ---------------------------------------------------------------------
 
 fill_template() { # TEMPLATE OUTPUT
@@ -145,6 +202,12 @@ prepare_run_dir() {
     [ -f "$build_dir/platform/libkorvex_platform.so" ] || die "$build_dir/platform/libkorvex_platform.so is missing"
     mkdir -p "$RUN_DIR"/{bus,logs,run,tmp,htdocs,lib,pids,stubs,nvram-sections}
     rm -f "$RUN_DIR"/logs/*
+    if [ "$SANITIZE" = 1 ]; then
+        # Written by the server's account and by ours; reports of an earlier run go away.
+        rm -rf "$RUN_DIR/sanitizer"
+        mkdir -p "$RUN_DIR/sanitizer"
+        chmod 1777 "$RUN_DIR/sanitizer"
+    fi
     chmod 755 "$RUN_DIR" "$RUN_DIR"/{bus,logs,run,htdocs,lib,stubs}
     chmod 1777 "$RUN_DIR/tmp"
     # Copies keep the server independent of where the tree lives (it may be hidden under
@@ -199,6 +262,7 @@ write_env() {
         env_line PORT "$PORT"
         env_line MPM "$MPM"
         env_line LOG_LEVEL "$LOG_LEVEL"
+        env_line SANITIZE "$SANITIZE"
         env_line ISOLATION "$ISOLATION"
         env_line SERVER_USER "$server_user"
         env_line SERVER_TMP "$tmp_dir"
@@ -220,6 +284,8 @@ load_env() {
     PORT="$(sed -n 's/^PORT=//p' "$RUN_DIR/env")"
     MPM="$(sed -n 's/^MPM=//p' "$RUN_DIR/env")"
     LOG_LEVEL="$(sed -n 's/^LOG_LEVEL=//p' "$RUN_DIR/env")"
+    SANITIZE="$(sed -n 's/^SANITIZE=//p' "$RUN_DIR/env")"
+    SANITIZE="${SANITIZE:-0}"
     ISOLATION="$(sed -n 's/^ISOLATION=//p' "$RUN_DIR/env")"
     BUILD_DIR="$(cat "$RUN_DIR/build_dir")"
 }
@@ -249,7 +315,12 @@ start_sim() {
     [ -x "$sim" ] || die "$sim is missing: build first"
     is_running sim && die "the simulator of $RUN_DIR already runs"
     rm -f "$ready"
-    DBUS_SYSTEM_BUS_ADDRESS="unix:path=$RUN_DIR/bus/socket" setsid "$sim" \
+    local -a sim_env=(env "DBUS_SYSTEM_BUS_ADDRESS=unix:path=$RUN_DIR/bus/socket")
+    if [ "$SANITIZE" = 1 ]; then
+        local line
+        while read -r line; do sim_env+=("$line"); done < <(sanitizer_env sim)
+    fi
+    setsid "${sim_env[@]}" "$sim" \
         --nvram-file "$RUN_DIR/nvram.conf" \
         --nvram-defaults "$SOURCE_DIR/sim/nvram_defaults.conf" \
         --ready-file "$ready" </dev/null >>"$RUN_DIR/logs/sim.log" 2>&1 &
@@ -282,17 +353,27 @@ start_server() {
     local -a server_env=(env "DBUS_SYSTEM_BUS_ADDRESS=unix:path=$RUN_DIR/bus/socket"
         "KORVEX_LOG_LEVEL=$LOG_LEVEL" "KORVEX_NVRAM_DIR=$RUN_DIR/nvram-sections"
         "PATH=$RUN_DIR/bin:$PATH" "LD_LIBRARY_PATH=$RUN_DIR/lib")
+    # The server program itself; in sanitizer mode only it (not the launchers in front of
+    # it) gets the preloaded runtime.
+    local -a server_cmd=("$APACHE_BIN")
+    if [ "$SANITIZE" = 1 ]; then
+        local line preload
+        preload="$(sanitizer_preload)" || exit 1
+        while read -r line; do server_env+=("$line"); done < <(sanitizer_env server)
+        server_cmd=(env "LD_PRELOAD=$preload" "$APACHE_BIN")
+    fi
     local stderr_log="$RUN_DIR/logs/httpd.stderr"
     if [ "$ISOLATION" = namespaces ]; then
         # Own pid, mount, UTS and IPC namespaces: a private /tmp, host name and /proc.
         # --kill-child ends the namespace if the launcher itself is killed.
         # shellcheck disable=SC2016 # expanded by the inner shell
         setsid "${server_env[@]}" unshare --pid --fork --kill-child --mount-proc --mount --uts --ipc \
-            --propagation private sh -c 'mount --bind "$1/tmp" /tmp &&
-                exec setpriv --reuid="$3" --regid="$3" --init-groups \
+            --propagation private sh -c 'run_dir="$1" account="$2" && shift 2 &&
+                mount --bind "$run_dir/tmp" /tmp &&
+                exec setpriv --reuid="$account" --regid="$account" --init-groups \
                     --inh-caps=+sys_admin --ambient-caps=+sys_admin \
-                    "$2" -f "$1/httpd.conf" -D FOREGROUND' \
-            sh "$RUN_DIR" "$APACHE_BIN" "$SERVER_ACCOUNT" </dev/null >>"$stderr_log" 2>&1 &
+                    "$@" -f "$run_dir/httpd.conf" -D FOREGROUND' \
+            sh "$RUN_DIR" "$SERVER_ACCOUNT" "${server_cmd[@]}" </dev/null >>"$stderr_log" 2>&1 &
         record_pid launcher "$!"
         local init
         init="$(first_child "$!")" || {
@@ -301,7 +382,7 @@ start_server() {
         }
         record_pid server "$init"
     else
-        setsid "${server_env[@]}" "$APACHE_BIN" -f "$RUN_DIR/httpd.conf" -D FOREGROUND \
+        setsid "${server_env[@]}" "${server_cmd[@]}" -f "$RUN_DIR/httpd.conf" -D FOREGROUND \
             </dev/null >>"$stderr_log" 2>&1 &
         record_pid server "$!"
     fi
@@ -410,10 +491,12 @@ up() {
         --owner-pid) owner="$2"; shift 2 ;;
         --build-dir) BUILD_DIR="$2"; shift 2 ;;
         --tmp-dir) tmp_dirs+=("$2"); shift 2 ;;
+        --sanitize) SANITIZE=1; shift ;;
         *) die "unknown option $1" ;;
         esac
     done
     case "$MPM" in prefork | worker | event) ;; *) die "unknown MPM $MPM" ;; esac
+    case "$SANITIZE" in 0 | 1) ;; *) die "KORVEX_SANITIZE must be 0 or 1" ;; esac
     [[ "$PORT" =~ ^[0-9]+$ ]] || die "bad port $PORT"
     BUILD_DIR="$(cd "$BUILD_DIR" && pwd)" || die "no build directory"
     case "$RUN_DIR" in /tmp | /tmp/*) die "RUN_DIR must not be under /tmp (the server gets a private /tmp)" ;; esac
@@ -455,6 +538,7 @@ down() {
     stop_record sim 10
     stop_record bus 10
     rm -f "$RUN_DIR/pids/owner" "$RUN_DIR/bus/socket"
+    collect_ubsan_reports
 }
 
 # Runs detached; stops the gateway once the process that asked for it is gone.

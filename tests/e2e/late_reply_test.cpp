@@ -3,6 +3,7 @@
 // call with 8 MiB, 200 ms after the module gave up waiting (5000 ms); four calls in one
 // request run on one connection, each reading the late reply of the one before.
 #include <chrono>
+#include <cstdio>
 #include <future>
 #include <map>
 #include <memory>
@@ -65,6 +66,12 @@ TEST_F(LateReplyTest, ChildMemoryStaysFlatWhileLateRepliesArrive) {
     ASSERT_GT(serving, 0) << "the serving child is gone";
     ASSERT_EQ(early.count(serving), 1u);
     const long growth_kb = late.at(serving) - early.at(serving);
+    if (env().sanitized()) {
+        // The ASan allocator keeps freed blocks in quarantine, so resident memory grows
+        // with every dropped reply too: the bound says nothing there.
+        std::printf("[late reply] sanitizer run: growth %ld kB not checked\n", growth_kb);
+        return;
+    }
     // Kept replies would add 8 MiB per call; dropped ones leave the memory where it was.
     EXPECT_LT(growth_kb, kReplyBytes / 1024) << "early " << early.at(serving) << " kB, late " << late.at(serving)
                                              << " kB";

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -176,6 +177,14 @@ GatewayEnv::~GatewayEnv() {
     } catch (const std::exception &e) {
         std::cerr << "gateway down failed: " << e.what() << "\n";
     }
+    // Once every process is stopped, nothing more can be reported.
+    const std::vector<std::string> reports = sanitizer_reports();
+    if (!reports.empty()) {
+        keep_run_dir_ = true;
+        std::string text;
+        for (const std::string &path : reports) text += "--- " + path + ":\n" + tail(read_file(path), 60) + "\n";
+        ADD_FAILURE() << reports.size() << " sanitizer report(s) in " << run_dir_ << ":\n" << text;
+    }
     if (keep_run_dir_ || keep_run_dirs()) {
         drop_big_files(run_dir_);
         std::cerr << "[korvex] run directory kept: " << run_dir_ << "\n";
@@ -217,6 +226,16 @@ std::string GatewayEnv::env_value(const std::string &key) const {
 }
 
 // --- logs and files ----------------------------------------------------------------------
+
+std::vector<std::string> GatewayEnv::sanitizer_reports() const {
+    std::vector<std::string> reports;
+    std::error_code ec;
+    for (const auto &entry : fs::directory_iterator(run_dir_ + "/sanitizer", ec)) {
+        if (entry.is_regular_file(ec)) reports.push_back(entry.path().string());
+    }
+    std::sort(reports.begin(), reports.end());
+    return reports;
+}
 
 std::string GatewayEnv::error_log() const { return read_file(env_value("ERROR_LOG")); }
 

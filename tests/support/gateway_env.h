@@ -46,6 +46,13 @@ public:
     // A fact from RUN_DIR/env (PORT, BUS_ADDRESS, ERROR_LOG, SERVER_PID, ...); "" if absent.
     std::string env_value(const std::string &key) const;
 
+    // True when the gateway runs in sanitizer mode (KORVEX_SANITIZE=1, see docs/running.md).
+    bool sanitized() const { return env_value("SANITIZE") == "1"; }
+    // Paths of the sanitizer reports written so far by the server or the simulator (files
+    // in RUN_DIR/sanitizer/); always empty outside sanitizer mode. The destructor fails the
+    // running test and keeps the run directory when there are any.
+    std::vector<std::string> sanitizer_reports() const;
+
     // The server's error log, which also holds the module's trace lines.
     std::string error_log() const;
     size_t error_log_size() const;

@@ -18,6 +18,7 @@
 
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
+#include "tests/support/process_runner.h"
 
 namespace korvex::test {
 namespace {
@@ -175,16 +176,7 @@ std::string chunk(const std::string &data) {
     return out.str();
 }
 
-std::string read_whole(const std::string &path, std::size_t offset) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return "";
-    in.seekg(static_cast<std::streamoff>(offset));
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-std::size_t file_size(const std::string &path) { return read_whole(path, 0).size(); }
+std::size_t file_size(const std::string &path) { return read_file(path, 0).size(); }
 
 bool alive(pid_t pid) {
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
@@ -231,7 +223,7 @@ protected:
     // No crash traces, no sanitizer reports, every child of the start still alive, and the
     // server still gives an exact, ordinary answer.
     void expect_no_casualties() {
-        const std::string log = env().error_log_since(log_before_) + read_whole(stderr_path(), stderr_before_);
+        const std::string log = env().error_log_since(log_before_) + read_file(stderr_path(), stderr_before_);
         for (const char *marker : kCrashMarkers) {
             const std::size_t at = log.find(marker);
             EXPECT_EQ(at, std::string::npos) << "\"" << marker << "\" in the server's logs:\n"

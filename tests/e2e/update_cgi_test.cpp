@@ -12,6 +12,7 @@
 #include "tests/support/access_log.h"
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
+#include "tests/support/process_runner.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/record_text.h"
 #include "tests/support/sim_client.h"
@@ -37,13 +38,6 @@ std::string image_bytes(size_t size, unsigned seed) {
 std::string multipart(const std::string &image) {
     return "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"uImage\"\r\n" +
            "Content-Type: application/octet-stream\r\n\r\n" + image + "\r\n--" + kBoundary + "--\r\n";
-}
-
-std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 class UpdateCgiTest : public GatewayTest {

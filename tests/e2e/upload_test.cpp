@@ -19,19 +19,13 @@
 
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
+#include "tests/support/process_runner.h"
 
 namespace korvex::test {
 namespace {
 
 const std::string kBoundary = "----KorvexUploadBoundary7MA4YWxkTrZu0gW";
 const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
-
-std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string random_bytes(std::size_t size, unsigned seed) {
     std::mt19937_64 random(seed);

@@ -1,5 +1,7 @@
 #include "tests/support/gateway_env.h"
 
+#include "tests/support/process_runner.h"
+
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <pwd.h>
@@ -28,15 +30,6 @@ namespace {
 const char kScript[] = KORVEX_SOURCE_DIR "/scripts/gateway.sh";
 constexpr int kPortInUse = 3;  // exit status of "gateway.sh up" when the port was taken
 constexpr auto kScriptTimeout = std::chrono::seconds(120);
-
-std::string read_file(const std::string &path, size_t offset = 0) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return "";
-    in.seekg(static_cast<std::streamoff>(offset));
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 void write_file(const std::string &path, const std::string &content) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);

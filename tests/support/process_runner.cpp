@@ -98,8 +98,10 @@ bool wait_for_file(const std::string &path, int timeout_ms) {
     return true;
 }
 
-std::string read_file(const std::string &path) {
+std::string read_file(const std::string &path, std::size_t offset) {
     std::ifstream in(path, std::ios::binary);
+    if (!in) return "";
+    in.seekg(static_cast<std::streamoff>(offset));
     std::ostringstream out;
     out << in.rdbuf();
     return out.str();

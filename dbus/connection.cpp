@@ -44,7 +44,11 @@ bool connect_record(DbusData *data, apr_pool_t *pool) {
     dbus_connection_set_exit_on_disconnect(conn, FALSE);
 
     if (data->objPath == nullptr) {
-        data->objPath = apr_psprintf(pool, "%s/%d", korvex::peer::kObjectPathPrefix, current_tid());
+        // Records filed after child start get their path when they are made; a record
+        // without one here is new and is given one from `pool`.
+        if (pool != nullptr) {
+            data->objPath = apr_psprintf(pool, "%s/%d", korvex::peer::kObjectPathPrefix, current_tid());
+        }
         if (data->objPath == nullptr) {
             dbus_connection_close(conn);
             dbus_connection_unref(conn);
@@ -117,25 +121,33 @@ DbusData *lookup(request_rec *r, const char *caller) {
     const char *key = getChildKey(r->pool);
     apr_pool_t *process_pool = r->server->process->pool;
 
-    std::lock_guard<std::mutex> hold(g_registry_lock);
-    void *found = nullptr;
-    apr_pool_userdata_get(&found, key, process_pool);
-    auto *data = static_cast<DbusData *>(found);
-    if (usable(data)) return data;
-
-    if (g_connection_pool != nullptr) {
-        if (data == nullptr) {
+    DbusData *data = nullptr;
+    {
+        // Only the user data and the pools are shared; the record itself belongs to this
+        // thread alone, so connecting happens outside the lock and a slow bus never holds
+        // up the other serving threads.
+        std::lock_guard<std::mutex> hold(g_registry_lock);
+        void *found = nullptr;
+        apr_pool_userdata_get(&found, key, process_pool);
+        data = static_cast<DbusData *>(found);
+        if (data == nullptr && g_connection_pool != nullptr) {
             // First use on this thread (threaded MPM), or the child's first attempt failed:
             // file one record for the thread, reused by every later attempt.
             data = static_cast<DbusData *>(apr_pcalloc(g_connection_pool, sizeof(DbusData)));
+            data->objPath =
+                apr_psprintf(g_connection_pool, "%s/%d", korvex::peer::kObjectPathPrefix, current_tid());
             apr_pool_userdata_set(data, apr_pstrdup(g_connection_pool, key), apr_pool_cleanup_null,
                                   process_pool);
             apr_pool_cleanup_register(g_connection_pool, data, dbus_plain_cleanup_func,
                                       apr_pool_cleanup_null);
         }
+    }
+    if (usable(data)) return data;
+
+    if (data != nullptr) {
         // The bus dropped the connection (daemon restarted) or it never opened: reopen.
         close_record(data);
-        connect_record(data, g_connection_pool);
+        connect_record(data, nullptr);
     }
     if (!usable(data)) {
         KLOG_AS(KORVEX_LOG_ERROR, caller, "dbusData is NULL\n");

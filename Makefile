@@ -12,7 +12,7 @@ SANITIZE_FLAGS += -Wno-maybe-uninitialized
 SANITIZE_LINK := -fsanitize=address,undefined
 SANITIZE_RUN_ROOT ?= /var/tmp/korvex-runs/sanitize
 
-.PHONY: run test deps configure build clean sanitize-build sanitize-test
+.PHONY: run test deps configure build clean sanitize-build sanitize-test bench
 
 deps:
 	bash scripts/install-deps.sh
@@ -50,6 +50,11 @@ sanitize-test: sanitize-build
 	fi; \
 	if [ $$status -eq 0 ]; then echo "sanitize-test: no sanitizer reports"; fi; \
 	exit $$status
+
+# Opt-in benchmark (not part of "test" or CI): see "Benchmarks" in docs/running.md.
+bench: configure
+	cmake --build $(BUILD_DIR) -j$(JOBS) --target korvex_bench
+	$(BUILD_DIR)/bench/korvex_bench
 
 clean:
 	rm -rf $(BUILD_DIR) $(SANITIZE_BUILD_DIR)

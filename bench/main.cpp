@@ -1,0 +1,35 @@
+// korvex_bench: starts a private gateway (prefork, simulator on a private bus) and prints
+// every figure as a ratio against a floor measured in the same run. Exits non-zero only
+// when the gateway cannot start or a request does not answer as expected.
+#include <cstdio>
+#include <exception>
+#include <memory>
+
+#include "bench/benches.h"
+#include "tests/support/gateway_env.h"
+#include "tests/support/sim_client.h"
+
+int main() {
+    using korvex::test::GatewayEnv;
+    try {
+        GatewayEnv::Options options;
+        options.mpm = "prefork";
+        options.log_level = 3;  // the platform's default: the module's trace lines are written
+        const std::unique_ptr<GatewayEnv> env = GatewayEnv::start(options);
+        korvex::test::SimClient sim(env->bus_address());
+        std::printf("korvex_bench: prefork gateway on 127.0.0.1:%d, %zu children, log level %d, isolation %s\n",
+                    env->port(), env->server_child_pids().size(), options.log_level,
+                    env->has_isolation() ? "on" : "off");
+        std::fflush(stdout);
+        korvex::bench::run_snapshot_bench(*env, sim);
+        std::fflush(stdout);
+        korvex::bench::run_overhead_bench(*env, sim);
+        std::fflush(stdout);
+        korvex::bench::run_memory_bench(*env, sim);
+        std::fflush(stdout);
+        return 0;
+    } catch (const std::exception &e) {
+        std::fprintf(stderr, "korvex_bench: %s\n", e.what());
+        return 1;
+    }
+}

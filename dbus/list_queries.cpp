@@ -160,6 +160,19 @@ ListLink *read_oom_list(request_rec *r, DBusMessage *reply, const char *func) {
     return head;
 }
 
+// The frame every fetcher shares: trace, one call, the reply read into a list.
+template <typename Read>
+ListLink *fetch_list(request_rec *r, const ListCall &call, Read &&read) {
+    KLOG_AS(kTrace, call.func, "enter %s\n", call.func);
+    MessagePtr reply = call_and_wait(r, call);
+    if (!reply) {
+        return nullptr;
+    }
+    ListLink *head = read(reply.get());
+    KLOG_AS(kTrace, call.func, "leave %s\n", call.func);
+    return head;
+}
+
 namespace peer = korvex::peer;
 
 }  // namespace
@@ -170,56 +183,34 @@ SsidNode *callocSsidNode(request_rec *r) { return make_node<SsidNode>(r, __func_
 NvramListNode *callocNvramList(request_rec *r) { return make_node<NvramListNode>(r, __func__); }
 
 ListLink *korvex_dbus_message_get_allocatedMem_list(request_rec *r) {
-    KLOG(kTrace, "enter %s\n", __func__);
     const ListCall call{__func__, peer::kSdkGetAllocated.dest, &peer::kSdkGetAllocated, peer::kSdkProcessName,
                         peer::kSdkGetAllocated.ifac};
-    MessagePtr reply = call_and_wait(r, call);
-    if (!reply) {
-        return nullptr;
-    }
-    ListLink *head = read_text_list(r, reply.get(), callocAllocatedMem, &AllocatedMemNode::line);
-    KLOG(kTrace, "leave %s\n", __func__);
-    return head;
+    return fetch_list(r, call, [r](DBusMessage *reply) {
+        return read_text_list(r, reply, callocAllocatedMem, &AllocatedMemNode::line);
+    });
 }
 
 ListLink *korvex_dbus_message_get_oom_score_list(request_rec *r) {
-    KLOG(kTrace, "enter %s\n", __func__);
     const ListCall call{__func__, peer::kWatchdogOomList.dest, &peer::kWatchdogOomList,
                         peer::kWatchdogOomListArgument, nullptr};
-    MessagePtr reply = call_and_wait(r, call);
-    if (!reply) {
-        return nullptr;
-    }
-    ListLink *head = read_oom_list(r, reply.get(), __func__);
-    KLOG(kTrace, "leave %s\n", __func__);
-    return head;
+    return fetch_list(r, call, [r, &call](DBusMessage *reply) { return read_oom_list(r, reply, call.func); });
 }
 
 ListLink *korvex_dbus_message_get_nvram_list(request_rec *r, const char *value) {
-    KLOG(kTrace, "enter %s\n", __func__);
-    const ListCall call{__func__, peer::kNvramGetList.dest, &peer::kNvramGetList,
-                        value != nullptr ? value : "", nullptr};
-    MessagePtr reply = call_and_wait(r, call);
-    if (!reply) {
-        return nullptr;
-    }
-    ListLink *head = read_text_list(r, reply.get(), callocNvramList, &NvramListNode::line);
-    KLOG(kTrace, "leave %s\n", __func__);
-    return head;
+    const ListCall call{__func__, peer::kNvramGetList.dest, &peer::kNvramGetList, value != nullptr ? value : "",
+                        nullptr};
+    return fetch_list(r, call, [r](DBusMessage *reply) {
+        return read_text_list(r, reply, callocNvramList, &NvramListNode::line);
+    });
 }
 
 ListLink *korvex_dbus_message_wifi_ssid_refresh(request_rec *r) {
-    KLOG(kTrace, "enter %s\n", __func__);
     // The argument is the member's own name, "refresh".
-    const ListCall call{__func__, peer::kWifiSsidRefresh.dest, &peer::kWifiSsidRefresh,
-                        peer::kWifiSsidRefresh.cmd, nullptr};
-    MessagePtr reply = call_and_wait(r, call);
-    if (!reply) {
-        return nullptr;
-    }
-    ListLink *head = read_text_list(r, reply.get(), callocSsidNode, &SsidNode::ssid, __func__);
-    KLOG(kTrace, "leave %s\n", __func__);
-    return head;
+    const ListCall call{__func__, peer::kWifiSsidRefresh.dest, &peer::kWifiSsidRefresh, peer::kWifiSsidRefresh.cmd,
+                        nullptr};
+    return fetch_list(r, call, [r, &call](DBusMessage *reply) {
+        return read_text_list(r, reply, callocSsidNode, &SsidNode::ssid, call.func);
+    });
 }
 
 int dbus_memory_debug(request_rec *r, const char *process) {

@@ -4,21 +4,14 @@
 #include <cstring>
 
 #include "dbus/primitives.h"
+#include "module/absent_text.h"
 #include "module/log.h"
 
 namespace korvex::shape {
 
-namespace {
-
-// How the server's formatter writes an absent text for "%s"; spelled out so that the
-// compiler sees no null argument.
-constexpr char kAbsentText[] = "(null)";
-
-}  // namespace
-
 int print_reply(request_rec *r, const char *text, Reply mode) {
     if (text != nullptr || mode == Reply::kAlways) {
-        ap_rprintf(r, "%s<br>", text != nullptr ? text : kAbsentText);
+        ap_rprintf(r, "%s<br>", or_absent(text));
     }
     return (text != nullptr || mode != Reply::kRequired) ? 1 : 0;
 }

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "module/absent_text.h"
+
 namespace korvex {
 
 namespace {
@@ -31,7 +33,7 @@ private:
 };
 
 void write_word(LineWriter &out, const char *value) {
-    if (value == nullptr) value = "(null)";
+    value = or_absent(value);
     if (shell_word_is_plain(value)) {
         out.put(value);
         return;

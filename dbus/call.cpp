@@ -18,8 +18,6 @@ bool append_uint32(DBusMessage *message, dbus_uint32_t value) {
     return dbus_message_append_args(message, DBUS_TYPE_UINT32, &value, DBUS_TYPE_INVALID) != 0;
 }
 
-DbusData *lookup_for_call(request_rec *r, const char *caller) { return lookup(r, caller); }
-
 MessagePtr new_method_call(const DbusData *data, const char *caller, const char *dest, const char *ifac,
                            const char *member) {
     MessagePtr message(dbus_message_new_method_call(dest, data->objPath, ifac, member));

@@ -4,6 +4,7 @@
 
 #include <dbus/dbus.h>
 
+#include "dbus/connection.h"
 #include "dbus/dbus_ptr.h"
 #include "dbus/dbus_types.h"
 #include "module/apache_shim.h"
@@ -42,7 +43,6 @@ bool first_int32(DBusMessage *reply, dbus_int32_t *out);
 const char *first_string(DBusMessage *reply);
 
 // ---- implementation of the template ----
-DbusData *lookup_for_call(request_rec *r, const char *caller);
 MessagePtr new_method_call(const DbusData *data, const char *caller, const char *dest, const char *ifac,
                            const char *member);
 CallResult send_and_wait(DbusData *data, DBusMessage *message, int timeout_ms);
@@ -50,7 +50,7 @@ CallResult send_and_wait(DbusData *data, DBusMessage *message, int timeout_ms);
 template <typename Append>
 CallResult call_method(request_rec *r, const char *caller, const char *dest, const char *ifac,
                        const char *member, int timeout_ms, Append &&append) {
-    DbusData *data = lookup_for_call(r, caller);
+    DbusData *data = lookup(r, caller);
     if (data == nullptr) return {CallStatus::kNoConnection, nullptr};
     MessagePtr message = new_method_call(data, caller, dest, ifac, member);
     if (!message) return {CallStatus::kNoMessage, nullptr};

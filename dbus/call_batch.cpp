@@ -8,6 +8,7 @@
 #include "dbus/call.h"
 #include "dbus/connection.h"
 #include "dbus/dbus_ptr.h"
+#include "module/absent_text.h"
 #include "module/log.h"
 
 namespace korvex::dbus {
@@ -51,7 +52,7 @@ const char *reply_text(apr_pool_t *pool, DBusMessage *reply, const char *func) {
     const char *text = first_string(reply);
     if (text == nullptr) {
         KLOG_AS(KORVEX_LOG_ERROR, func, "Message has no arguments!\n");
-        return "(null)";
+        return kAbsentText;
     }
     return apr_pstrdup(pool, text);
 }

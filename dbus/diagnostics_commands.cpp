@@ -29,7 +29,7 @@ constexpr std::size_t kJsonFlags = JSON_COMPACT | JSON_ENSURE_ASCII | JSON_SORT_
 
 }  // namespace
 
-extern "C" KORVEX_EXPORT int listOOM(request_rec *r, char * /*value*/) {
+int listOOM(request_rec *r, char * /*value*/) {
     ListLink *head = korvex_dbus_message_get_oom_score_list(r);
     for (OomNode *node : korvex::ring<OomNode>(head)) {
         ap_rputs(korvex::format_oom_row(r->pool, node->score, node->pid, node->name), r);
@@ -37,12 +37,12 @@ extern "C" KORVEX_EXPORT int listOOM(request_rec *r, char * /*value*/) {
     return 1;
 }
 
-extern "C" KORVEX_EXPORT int listAllocated(request_rec *r, char * /*value*/) {
+int listAllocated(request_rec *r, char * /*value*/) {
     print_lines(r, korvex_dbus_message_get_allocatedMem_list(r), &AllocatedMemNode::line);
     return 1;
 }
 
-extern "C" KORVEX_EXPORT int listNVRAM(request_rec *r, char *value) {
+int listNVRAM(request_rec *r, char *value) {
     ListLink *head = korvex_dbus_message_get_nvram_list(r, value);
     if (head == nullptr) {
         return 0;
@@ -51,11 +51,11 @@ extern "C" KORVEX_EXPORT int listNVRAM(request_rec *r, char *value) {
     return 1;
 }
 
-extern "C" KORVEX_EXPORT int memory_debug(request_rec *r, char * /*value*/) {
+int memory_debug(request_rec *r, char * /*value*/) {
     return dbus_memory_debug(r, korvex::peer::kAppProcessName) == 1 ? 1 : 0;
 }
 
-extern "C" KORVEX_EXPORT int memUsage(request_rec *r, char * /*value*/) {
+int memUsage(request_rec *r, char * /*value*/) {
     json_t *report = json_object();
     if (report == nullptr) {
         return 0;

@@ -8,6 +8,7 @@
 #include "dbus/call.h"
 #include "dbus/dbus_ptr.h"
 #include "dbus/peer_catalog.h"
+#include "module/absent_text.h"
 #include "module/log.h"
 
 namespace {
@@ -43,7 +44,7 @@ void log_no_reply(const ListCall &call) {
         KLOG_AS(kError, call.func, "No reply\n");
     } else {
         KLOG_AS(kError, call.func, "No reply, dest: %s, ifac: %s, cmd: %s, process: %s\n",
-                call.dest != nullptr ? call.dest : "(null)", call.logged_ifac, call.spec->cmd, call.argument);
+                korvex::or_absent(call.dest), call.logged_ifac, call.spec->cmd, call.argument);
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <strings.h>
 
+#include "module/absent_text.h"
 #include "module/body_buffer.h"
 #include "module/log.h"
 #include "module/upload_splitter.h"
@@ -128,7 +129,7 @@ int save_uImage(request_rec *r) {
     apr_off_t total = 0;
     if (length_text != nullptr) korvex::parse_content_length(length_text, &total);
     KLOG(KORVEX_LOG_TRACE, "total: %d\n", static_cast<int>(total));
-    KLOG(KORVEX_LOG_TRACE, "Content-Length: %s\n", length_text != nullptr ? length_text : "(null)");
+    KLOG(KORVEX_LOG_TRACE, "Content-Length: %s\n", korvex::or_absent(length_text));
 
     if (!body_expected(r, __func__)) return 0;
     apr_off_t declared = -1;

@@ -47,8 +47,17 @@ struct HashBucket {
 // The string hash: h = h * 37 + byte (as a signed char), modulo 2^32.
 uint32_t hashFunc(const char *name);
 
+// One command: its wire name and its handler.
+struct CatalogEntry {
+    const char *name;
+    ApiHandler handler;
+};
+
 // Builds the table from the command catalog in the given (process) pool.
 HashBucket *hash_init(apr_pool_t *pool);
+// Builds a table of korvex::registry::kBucketCount buckets holding `entries` in the given
+// order, so that items sharing a bucket lie in their ring in that order.
+HashBucket *hash_build(apr_pool_t *pool, const CatalogEntry *entries, int count);
 // Points every item's handler at this load of the module (after the server reloads the
 // module between configuration passes, the code may live at another address).
 void hash_rebind_handlers(HashBucket *table);

@@ -10,7 +10,7 @@ namespace {
 constexpr char kGetDeviceRequest[] = "{\"control\":{\"cmd\":\"getdevice\",\"uid\":256}}";
 }
 
-extern "C" int testAPI(request_rec *r, char *value) {
+int testAPI(request_rec *r, char *value) {
     KLOG(KORVEX_LOG_TRACE, "enter %s\n", __func__);
     const int count = std::atoi(value);
     for (int i = 0; i < count; ++i) korvex::string_message(r, kGetDeviceRequest, korvex::peer::kSdkJsonCommand);

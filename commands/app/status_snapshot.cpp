@@ -11,6 +11,7 @@
 #include "commands/app/timezone_mapping.h"
 #include "dbus/call_batch.h"
 #include "dbus/peer_catalog.h"
+#include "module/absent_text.h"
 #include "module/log.h"
 #include "registry/handlers.h"
 
@@ -106,8 +107,6 @@ void plan_calls(TextCall (&calls)[kCallCount]) {
     }
 }
 
-const char *or_null_marker(const char *text) { return text != nullptr ? text : "(null)"; }
-
 void set_integer(json_t *object, const char *member, long long value) {
     json_object_set_new(object, member, json_integer(value));
 }
@@ -137,11 +136,11 @@ void add_member(request_rec *r, json_t *object, const Row &row, const char *valu
             set_text(object, row.member, value);
             break;
         case Kind::kCopy:
-            logged = or_null_marker(value);
+            logged = korvex::or_absent(value);
             set_text(object, row.member, logged);
             break;
         case Kind::kVersion:
-            logged = apr_psprintf(r->pool, "%s:%s", or_null_marker(value), or_null_marker(second));
+            logged = apr_psprintf(r->pool, "%s:%s", korvex::or_absent(value), korvex::or_absent(second));
             set_text(object, row.member, logged);
             break;
         case Kind::kInteger:
@@ -157,13 +156,13 @@ void add_member(request_rec *r, json_t *object, const Row &row, const char *valu
             break;
     }
     if (row.log_format != nullptr) {
-        KLOG_AS(kLogLevel, kHandlerName, row.log_format, or_null_marker(logged));
+        KLOG_AS(kLogLevel, kHandlerName, row.log_format, korvex::or_absent(logged));
     }
 }
 
 }  // namespace
 
-extern "C" KORVEX_EXPORT int jsonGetUpdate(request_rec *r, char * /*value*/) {
+int jsonGetUpdate(request_rec *r, char * /*value*/) {
     KLOG_AS(kLogLevel, kHandlerName, "0. jsongetupdate start !!\n");
 
     TextCall calls[kCallCount];
@@ -182,7 +181,7 @@ extern "C" KORVEX_EXPORT int jsonGetUpdate(request_rec *r, char * /*value*/) {
     }
 
     char *text = json_dumps(object, kJsonFlags);
-    KLOG_AS(kLogLevel, kHandlerName, "20.%s\n", or_null_marker(text));
+    KLOG_AS(kLogLevel, kHandlerName, "20.%s\n", korvex::or_absent(text));
     int result = 0;
     if (text != nullptr) {
         KLOG_AS(kLogLevel, kHandlerName, "20. %s\n", text);

@@ -7,50 +7,9 @@
 #include <vector>
 
 #include "registry/command_table.h"
+#include "tests/unit/full_catalog.h"
 
 namespace {
-
-// Every wire name "network.cgi" accepts, in registration order.
-const std::vector<std::string> kFullCatalog = {
-    "test", "json", "easycmd", "jsongettitles",
-    "jsongetgroup", "jsonsetall", "jsongetall", "jsongetupdate",
-    "jsondel", "jsonrename", "jsongetevent", "jsongetmacroevent",
-    "doscene", "doscenemode", "jsonsetuserdata", "jsongetuserdata",
-    "jsonsetcheckbox", "jsongetcheckbox", "jsonsetcheckbox2", "jsongetcheckbox2",
-    "getdoscenemode", "removeappconfig", "backupappconfig", "restoreappconfig",
-    "restoreappconfig2", "backupKorvexData", "p2preconnect", "getp2preconnect",
-    "getDST", "setDST", "getsavingtime", "setsavingtime",
-    "enableastclock", "getenableastclock", "enableswitchall", "enabletimer",
-    "enablelock", "getenablelock", "wifiscan", "getssidlist",
-    "setwifimode", "getwifimode", "setapssid", "getapssid",
-    "setstassid", "getstassid", "setappwd", "getappwd",
-    "setstapwd", "getstapwd", "stalinkstatus", "set_wifi_country_region",
-    "get_wifi_country_region", "wificommit", "wifi_carrier", "getwifiapmd5",
-    "getwifistamd5", "listnvram", "getnvram", "resetconfig",
-    "getconnectmode", "getip", "getgateway", "getnetmask",
-    "getdnsserver", "setconnectmode", "setstaticip", "setgateway",
-    "setnetmask", "setdns", "setdns2nd", "setdnsserver",
-    "commit", "disablentpclient", "setntpserver", "getntpserver",
-    "setntpsynctime", "getntpsynctime", "settimezone", "gettimezone",
-    "gettime", "ntpcommit", "setastclock_lon", "getastclock_lon",
-    "setastclock_lat", "getastclock_lat", "getupdatestatus", "checkupdate",
-    "update", "checkuimage", "updateuimage", "setMAC",
-    "setEthMAC", "setWifiMAC", "getMAC", "updateuboot",
-    "setTUTKuuid", "getTUTKuuid", "setOrbwebuuid", "getOrbwebuuid",
-    "getp2pusername", "setp2pusername", "getp2ppwd", "setp2ppwd",
-    "getSUpwd", "setSUpwd", "p2paccountcommit", "pppoeenable",
-    "setpppoeusername", "setpppoepassword", "getpppoeenable", "getpppoeusername",
-    "getpppoepassword", "pppoecommit", "setcustomername", "getcustomername",
-    "setTelldusSecret", "getTelldusSecret", "refreshWeBeHome", "setvivotekuuid",
-    "getvivotekuuid", "listOOM", "listAllocated", "enableTelnetd",
-    "memdbg", "memusage", "enableFtpd", "setsocketaddr",
-    "setsocketport", "getsocketaddr", "getsocketport", "setsocketsec",
-    "getsocketsec", "authcode", "proctable", "sysinfo",
-    "disconnect_icloud", "socketcommit", "settestmode", "gettestmode",
-    "setzwavemodule", "getzwavemodule", "test433", "reflash",
-    "reboot", "uptime", "getplatform", "sethostname",
-    "gethostname", "setlanguage", "getlanguage", "getswversion",
-};
 
 TEST(CommandHash, KnownKeys) {
     EXPECT_EQ(hashFunc("test"), 6018388u);
@@ -75,10 +34,10 @@ TEST(CommandHash, WrapsModulo2To32) {
 }
 
 TEST(CommandHash, FullCatalogBucketFacts) {
-    ASSERT_EQ(kFullCatalog.size(), 152u);
-    EXPECT_EQ(std::set<std::string>(kFullCatalog.begin(), kFullCatalog.end()).size(), 152u);
+    ASSERT_EQ(korvex::test::kFullCatalog.size(), 152u);
+    EXPECT_EQ(std::set<std::string>(korvex::test::kFullCatalog.begin(), korvex::test::kFullCatalog.end()).size(), 152u);
     std::map<uint32_t, int> per_bucket;
-    for (const auto &name : kFullCatalog) ++per_bucket[hashFunc(name.c_str()) % 305u];
+    for (const auto &name : korvex::test::kFullCatalog) ++per_bucket[hashFunc(name.c_str()) % 305u];
     int shared_by_two = 0, shared_by_three = 0, longest = 0;
     for (const auto &bucket : per_bucket) {
         if (bucket.second == 2) ++shared_by_two;

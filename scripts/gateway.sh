@@ -292,6 +292,20 @@ load_env() {
 
 # --- bus and simulator ------------------------------------------------------------------
 
+# await_path TEST PATH RECORD LOG MESSAGE: waits (bounded) until [ TEST PATH ] holds while
+# the process of RECORD runs; otherwise shows the tail of LOG and dies with MESSAGE.
+await_path() {
+    local test="$1" path="$2" record="$3" log="$4" message="$5"
+    local deadline=$((SECONDS + WAIT_SECONDS))
+    until [ "$test" "$path" ]; do
+        if ! is_running "$record" || [ "$SECONDS" -ge "$deadline" ]; then
+            log_tail "$log"
+            die "$message"
+        fi
+        sleep 0.05
+    done
+}
+
 start_bus() {
     local socket="$RUN_DIR/bus/socket"
     is_running bus && die "the bus of $RUN_DIR already runs"
@@ -300,14 +314,7 @@ start_bus() {
     setsid dbus-daemon --config-file "$RUN_DIR/bus.conf" --nofork --print-address \
         </dev/null >>"$RUN_DIR/logs/bus.log" 2>&1 &
     record_pid bus "$!"
-    local deadline=$((SECONDS + WAIT_SECONDS))
-    until [ -S "$socket" ]; do
-        if ! is_running bus || [ "$SECONDS" -ge "$deadline" ]; then
-            log_tail "$RUN_DIR/logs/bus.log"
-            die "dbus-daemon did not create $socket"
-        fi
-        sleep 0.05
-    done
+    await_path -S "$socket" bus "$RUN_DIR/logs/bus.log" "dbus-daemon did not create $socket"
 }
 
 start_sim() {
@@ -325,14 +332,7 @@ start_sim() {
         --nvram-defaults "$SOURCE_DIR/sim/nvram_defaults.conf" \
         --ready-file "$ready" </dev/null >>"$RUN_DIR/logs/sim.log" 2>&1 &
     record_pid sim "$!"
-    local deadline=$((SECONDS + WAIT_SECONDS))
-    until [ -e "$ready" ]; do
-        if ! is_running sim || [ "$SECONDS" -ge "$deadline" ]; then
-            log_tail "$RUN_DIR/logs/sim.log"
-            die "the simulator did not become ready (no $ready)"
-        fi
-        sleep 0.05
-    done
+    await_path -e "$ready" sim "$RUN_DIR/logs/sim.log" "the simulator did not become ready (no $ready)"
 }
 
 bus_start() {

@@ -12,43 +12,18 @@
 #include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
 #include "dbus/signals.h"
+#include "tests/bus/fake_server.h"
 #include "tests/support/bus_env.h"
 #include "tests/support/sim_client.h"
 
 namespace {
 
 using korvex::test::BusEnv;
+using korvex::test::FakeServer;
 using korvex::test::SimClient;
 using korvex::test::SimRecord;
 using korvex::test::StderrCapture;
 namespace peer = korvex::peer;
-
-// A server process as the module sees it: process pool, child pool, and one request pool
-// per call; the child's connection is opened as at child start.
-class FakeServer {
-public:
-    FakeServer() {
-        apr_pool_create(&process_pool_, nullptr);
-        apr_pool_create(&child_pool_, process_pool_);
-        process_.pool = process_pool_;
-        server_.process = &process_;
-        korvex::dbus::child_init(child_pool_, &server_);
-    }
-    ~FakeServer() { apr_pool_destroy(process_pool_); }
-
-    request_rec *new_request() {
-        auto *r = static_cast<request_rec *>(apr_pcalloc(process_pool_, sizeof(request_rec)));
-        apr_pool_create(&r->pool, process_pool_);
-        r->server = &server_;
-        return r;
-    }
-
-private:
-    apr_pool_t *process_pool_ = nullptr;
-    apr_pool_t *child_pool_ = nullptr;
-    process_rec process_{};
-    server_rec server_{};
-};
 
 class Primitives : public ::testing::Test {
 protected:

@@ -3,9 +3,10 @@
 
 #include <cstring>
 
+#include "commands/shell_line.h"
 #include "dbus/primitives.h"
-#include "module/absent_text.h"
-#include "module/log.h"
+#include "base/absent_text.h"
+#include "base/log.h"
 
 namespace korvex::shape {
 
@@ -37,6 +38,19 @@ int print_number(request_rec *r, int number) {
     return 1;
 }
 
+int print_text_call(request_rec *r, const char *argument, const DbusCallSpec &spec, const char *func) {
+    KLOG_AS(KORVEX_LOG_TRACE, func, "enter %s\n", func);
+    const char *answer = apache_dbus_send_str_ret_str(r, argument, &spec);
+    int ret = print_reply(r, answer, Reply::kAlways);
+    KLOG_AS(KORVEX_LOG_TRACE, func, "leave %s\n", func);
+    return ret;
+}
+
+int run_shell(request_rec *r, const DbusCallSpec &spec, const char *tmpl, std::initializer_list<const char *> values) {
+    const char *line = korvex::shell_line(r->pool, tmpl, values);
+    return apache_dbus_send_str_ret_int(r, line, &spec);
+}
+
 int print_int_call(request_rec *r, int argument, const DbusCallSpec &spec, const char *func) {
     KLOG_AS(KORVEX_LOG_TRACE, func, "enter %s\n", func);
     int answer = apache_dbus_send_int_ret_int(r, argument, &spec);
@@ -56,6 +70,11 @@ const char *notify(request_rec *r, const char *value, const StoreRule &rule) {
 
 int store(request_rec *r, const char *value, const StoreRule &rule, const char *func) {
     KLOG_AS(KORVEX_LOG_TRACE, func, "enter %s\n", func);
+    if (rule.accepts != nullptr && !rule.accepts(value)) {
+        if (rule.refusal != nullptr) ap_rputs(rule.refusal, r);
+        KLOG_AS(KORVEX_LOG_TRACE, func, "leave %s\n", func);
+        return 0;
+    }
     const char *set_reply = korvex::nvram_set(r, rule.key, value);
     const char *notify_reply = nullptr;
     if (rule.notify == Notify::kBeforeCommit) {

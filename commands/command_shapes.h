@@ -7,8 +7,10 @@
 // 0 failure). `func` is the name of the handler the shape acts for; the traces carry it.
 #pragma once
 
+#include <initializer_list>
+
+#include "base/apache_shim.h"
 #include "dbus/dbus_types.h"
-#include "module/apache_shim.h"
 
 namespace korvex::shape {
 
@@ -53,6 +55,9 @@ enum class Notify {
     kAfterCommit,   // after the commit (or after the set when there is no commit)
 };
 
+// Whether a command's value may be stored at all.
+using ValueCheck = bool (*)(const char *value);
+
 // One row per storing command: set key := value, maybe commit, maybe tell a daemon.
 struct StoreRule {
     const char *key;               // nvram key written with the command's value
@@ -62,14 +67,27 @@ struct StoreRule {
     const char *notify_text;       // fixed text sent; null sends the command's value
     Echo echo;                     // what is printed
     Reply reply;                   // how it is printed and what the result is
+    ValueCheck accepts = nullptr;  // null: every value is stored
+    const char *refusal = nullptr; // printed when `accepts` refuses the value (null: nothing)
 };
 
-// Runs a store rule for the command's value.
+// Runs a store rule for the command's value. A value the rule does not accept prints the
+// rule's refusal, changes nothing and fails.
 int store(request_rec *r, const char *value, const StoreRule &rule, const char *func);
 
 // Runs a store rule only when `value` differs from the stored text of the rule's key (byte
 // comparison; an absent stored text counts as different). When equal nothing is written or
 // sent and an absent text is printed as `rule.reply` says.
 int store_if_changed(request_rec *r, const char *value, const StoreRule &rule, const char *func);
+
+// Prints the text answer of a call that sends the text `argument` to `spec`, absent or not
+// ("(null)<br>"); success.
+int print_text_call(request_rec *r, const char *argument, const DbusCallSpec &spec, const char *func);
+
+// Has the platform daemon run one shell line, built by korvex::shell_line from `tmpl` and
+// `values`, with the time-out of `spec` (a "doSystem" row). Returns the daemon's answer
+// (-1 when the call failed). The line is not logged: it may carry a password.
+int run_shell(request_rec *r, const DbusCallSpec &spec, const char *tmpl,
+              std::initializer_list<const char *> values = {});
 
 }  // namespace korvex::shape

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "module/absent_text.h"
+#include "base/absent_text.h"
 
 namespace korvex {
 

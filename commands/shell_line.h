@@ -7,7 +7,7 @@
 
 #include <initializer_list>
 
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
 
 namespace korvex {
 

@@ -1,12 +1,20 @@
 list(APPEND KORVEX_LOGIC_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/shell_line.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/app/timezone_mapping.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/app/timezone_mapping.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/text_utils.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/value_checks.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/site_survey.cpp)
 list(APPEND KORVEX_MODULE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/command_shapes.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/diagnostics_commands.cpp
   ${CMAKE_CURRENT_LIST_DIR}/app/change_stamp.cpp
   ${CMAKE_CURRENT_LIST_DIR}/app/json_passthrough.cpp
   ${CMAKE_CURRENT_LIST_DIR}/app/app_flags.cpp
   ${CMAKE_CURRENT_LIST_DIR}/app/app_backup.cpp
   ${CMAKE_CURRENT_LIST_DIR}/app/status_snapshot.cpp)
 list(APPEND KORVEX_MODULE_SOURCES
-  ${CMAKE_CURRENT_LIST_DIR}/system/update_flag.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/system/update_flag.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/wifi_settings.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/wan_settings.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/pppoe_settings.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/time_settings.cpp)

@@ -1,7 +1,7 @@
 #include "dbus/call.h"
 
 #include "dbus/connection.h"
-#include "module/log.h"
+#include "base/log.h"
 
 namespace korvex::dbus {
 

@@ -7,8 +7,8 @@
 #include "dbus/connection.h"
 #include "dbus/dbus_ptr.h"
 #include "dbus/dbus_types.h"
-#include "module/apache_shim.h"
-#include "module/log.h"
+#include "base/apache_shim.h"
+#include "base/log.h"
 
 namespace korvex::dbus {
 

@@ -10,7 +10,7 @@
 #include <cstddef>
 
 #include "dbus/dbus_types.h"
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
 
 namespace korvex::dbus {
 

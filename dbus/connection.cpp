@@ -10,8 +10,8 @@
 
 #include "dbus/dbus_ptr.h"
 #include "dbus/peer_catalog.h"
-#include "module/log.h"
-#include "module/process_lock.h"
+#include "base/log.h"
+#include "base/process_lock.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #pragma once
 
 #include "dbus/dbus_types.h"
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
 
 // Opens a private system-bus connection and builds its record in pool; null on failure.
 DbusData *dbus_init(apr_pool_t *pool);

@@ -8,8 +8,8 @@
 #include "dbus/call.h"
 #include "dbus/dbus_ptr.h"
 #include "dbus/peer_catalog.h"
-#include "module/absent_text.h"
-#include "module/log.h"
+#include "base/absent_text.h"
+#include "base/log.h"
 
 namespace {
 

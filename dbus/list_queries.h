@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "module/apache_shim.h"
-#include "registry/command_table.h"
+#include "base/apache_shim.h"
+#include "base/list_link.h"
 
 struct AllocatedMemNode {
     char *line;
@@ -55,40 +55,3 @@ ListLink *korvex_dbus_message_wifi_ssid_refresh(request_rec *r);
 // is "app", otherwise without destination. 1 when a reply came, -1 otherwise (nothing
 // printed).
 int dbus_memory_debug(request_rec *r, const char *process);
-
-// Walks a ring from head to tail: for (OomNode *n : korvex::ring<OomNode>(head)) ...
-// A null head is an empty ring.
-namespace korvex {
-
-template <class T>
-class Ring {
-public:
-    explicit Ring(ListLink *head) : head_(head) {}
-
-    class Iterator {
-    public:
-        explicit Iterator(ListLink *at) : at_(at) {}
-        T *operator*() const { return KORVEX_CONTAINER_OF(at_, T, link); }
-        Iterator &operator++() {
-            at_ = at_->next;
-            return *this;
-        }
-        bool operator!=(const Iterator &other) const { return at_ != other.at_; }
-
-    private:
-        ListLink *at_;
-    };
-
-    Iterator begin() const { return Iterator(head_ != nullptr ? head_->next : nullptr); }
-    Iterator end() const { return Iterator(head_); }
-
-private:
-    ListLink *head_;
-};
-
-template <class T>
-Ring<T> ring(ListLink *head) {
-    return Ring<T>(head);
-}
-
-}  // namespace korvex

@@ -1,6 +1,6 @@
 #include "dbus/oom_row.h"
 
-#include "module/absent_text.h"
+#include "base/absent_text.h"
 
 namespace korvex {
 

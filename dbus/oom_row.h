@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
 
 namespace korvex {
 

@@ -4,7 +4,7 @@
 
 #include "dbus/call.h"
 #include "dbus/peer_catalog.h"
-#include "module/log.h"
+#include "base/log.h"
 
 using korvex::dbus::append_int32;
 using korvex::dbus::append_string;

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "dbus/dbus_types.h"
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
 
 // Integer in / out and text in / out, described by a call descriptor. Failure: -1 or null.
 int apache_dbus_send_str_ret_int(request_rec *r, const char *str, const DbusCallSpec *spec);

@@ -4,7 +4,7 @@
 #include "dbus/call.h"
 #include "dbus/connection.h"
 #include "dbus/peer_catalog.h"
-#include "module/log.h"
+#include "base/log.h"
 
 namespace {
 

@@ -6,7 +6,6 @@ list(APPEND KORVEX_LOGIC_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/signals.cpp)
 list(APPEND KORVEX_MODULE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/call_batch.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/list_queries.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/diagnostics_commands.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/list_queries.cpp)
 list(APPEND KORVEX_LOGIC_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/oom_row.cpp)

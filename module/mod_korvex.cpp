@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include "dbus/connection.h"
-#include "module/guard.h"
-#include "module/log.h"
-#include "module/module_config.h"
+#include "base/guard.h"
+#include "base/log.h"
+#include "registry/module_config.h"
 #include "module/request_handler.h"
 #include "registry/handlers.h"
 

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "module/log.h"
+#include "base/log.h"
 
 long proc_find(const char *name) {
     DIR *dir = opendir("/proc");

@@ -4,9 +4,9 @@
 
 #include <strings.h>
 
-#include "module/absent_text.h"
+#include "base/absent_text.h"
 #include "module/body_buffer.h"
-#include "module/log.h"
+#include "base/log.h"
 #include "module/upload_splitter.h"
 
 namespace {

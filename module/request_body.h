@@ -1,7 +1,7 @@
 // Request body readers driven by the server's input filters, 8192 bytes at a time.
 #pragma once
 
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
 
 // Path the firmware upload is streamed to.
 inline constexpr char kFirmwareImagePath[] = "/tmp/uImage";

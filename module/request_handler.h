@@ -2,6 +2,6 @@
 // and "get.dat"; declines every other handler name.
 #pragma once
 
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
 
 int korvex_handler(request_rec *r);

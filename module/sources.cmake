@@ -1,9 +1,7 @@
 list(APPEND KORVEX_LOGIC_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/upload_splitter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/body_buffer.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/process_scan.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/module_config.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/process_lock.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/process_scan.cpp)
 list(APPEND KORVEX_MODULE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/mod_korvex.cpp
   ${CMAKE_CURRENT_LIST_DIR}/request_handler.cpp

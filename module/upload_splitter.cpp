@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "module/log.h"
+#include "base/log.h"
 
 namespace korvex {
 namespace {

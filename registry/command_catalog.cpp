@@ -1,5 +1,5 @@
 // The command catalog and the table built from it once per process.
-#include "module/log.h"
+#include "base/log.h"
 #include "registry/command_table.h"
 #include "registry/handlers.h"
 

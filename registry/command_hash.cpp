@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "module/log.h"
+#include "base/log.h"
 
 uint32_t hashFunc(const char *name) {
     uint32_t h = 0;

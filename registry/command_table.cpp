@@ -1,7 +1,7 @@
 // Execution of one command per request argument, with its outcome line.
 #include "registry/command_table.h"
 
-#include "module/module_config.h"
+#include "registry/module_config.h"
 
 int execAPI(request_rec *r, const char *name, char *value) {
     ModuleConfig *config = getKorvexData(r);

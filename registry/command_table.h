@@ -5,29 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
+#include "base/list_link.h"
 
 // A command handler: prints its own output, returns 1 for success, anything else for failure.
 typedef int (*ApiHandler)(request_rec *r, char *value);
-
-// Two-word link of an intrusive ring; an empty ring's head points to itself both ways.
-struct ListLink {
-    ListLink *prev;
-    ListLink *next;
-};
-
-inline void INIT_LIST_HEAD(ListLink *head) { head->prev = head->next = head; }
-inline bool list_empty(const ListLink *head) { return head->next == head; }
-inline void list_add_tail(ListLink *link, ListLink *head) {
-    link->prev = head->prev;
-    link->next = head;
-    head->prev->next = link;
-    head->prev = link;
-}
-
-// Address of the record of type T whose member `member` is the link at `ptr`.
-#define KORVEX_CONTAINER_OF(ptr, T, member) \
-    reinterpret_cast<T *>(reinterpret_cast<char *>(ptr) - offsetof(T, member))
 
 inline constexpr int kCommandNameSize = 1024;
 

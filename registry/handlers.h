@@ -2,9 +2,8 @@
 // module under their own names with C linkage.
 #pragma once
 
-#include "module/apache_shim.h"
-
-#define KORVEX_EXPORT __attribute__((visibility("default")))
+#include "base/apache_shim.h"
+#include "base/export.h"
 
 #define KORVEX_COMMAND(wire_name, handler) extern "C" KORVEX_EXPORT int handler(request_rec *r, char *value);
 #include "registry/catalog.def"

@@ -3,7 +3,7 @@
 
 #include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
-#include "module/log.h"
+#include "base/log.h"
 #include "registry/handlers.h"
 
 namespace {

@@ -5,15 +5,15 @@
 // has the SDK daemon write the Z-Wave controller's non-volatile memory to a file.
 #include "commands/app/change_stamp.h"
 #include "commands/command_shapes.h"
-#include "commands/shell_line.h"
 #include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
-#include "module/log.h"
+#include "base/log.h"
 #include "registry/handlers.h"
 
 namespace {
 
 using korvex::shape::print_int_call;
+using korvex::shape::run_shell;
 namespace peer = korvex::peer;
 
 // The application calls always carry the integer 1.
@@ -51,13 +51,6 @@ constexpr Folder kFolders[] = {
 // The SDK daemon's named command that writes the controller's external NVM to a file.
 constexpr char kNvmWriteToFile[] = "NVM_ext_write_to_file";
 
-// One shell line for the platform; the result is not looked at.
-void run_shell(request_rec *r, const char *tmpl, std::initializer_list<const char *> values) {
-    const char *line = korvex::shell_line(r->pool, tmpl, values);
-    KLOG_AS(KORVEX_LOG_TRACE, "backupKorvexData", "cmd: %s\n", line);
-    apache_dbus_send_str_ret_int(r, line, &peer::kDoSystem3s);
-}
-
 }  // namespace
 
 int removeAppConfig(request_rec *r, char *) {
@@ -75,10 +68,10 @@ int backupKorvexData(request_rec *r, char *) {
     KLOG(KORVEX_LOG_TRACE, "enter %s\n", __func__);
     for (const Folder &folder : kFolders) {
         if (folder.create) {
-            run_shell(r, "mkdir %s", {folder.path});
+            run_shell(r, peer::kDoSystem3s, "mkdir %s", {folder.path});
         }
         for (const Partition &partition : kPartitions) {
-            run_shell(r, "cp %s %s/%s", {partition.device, folder.path, partition.file});
+            run_shell(r, peer::kDoSystem3s, "cp %s %s/%s", {partition.device, folder.path, partition.file});
         }
     }
     korvex::string_message(r, kNvmWriteToFile, peer::kSdkEasyCommand);

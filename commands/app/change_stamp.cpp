@@ -4,7 +4,7 @@
 #include <ctime>
 
 #include "dbus/primitives.h"
-#include "module/log.h"
+#include "base/log.h"
 
 extern "C" {
 KORVEX_EXPORT int jsonsetall_number = 0;

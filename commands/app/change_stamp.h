@@ -4,8 +4,8 @@
 // snapshot can tell that a cached copy is stale.
 #pragma once
 
-#include "module/apache_shim.h"
-#include "registry/handlers.h"
+#include "base/apache_shim.h"
+#include "base/export.h"
 
 extern "C" KORVEX_EXPORT int jsonsetall_number;
 extern "C" KORVEX_EXPORT int jsongetuserdata_number;

@@ -5,7 +5,7 @@
 #include "commands/command_shapes.h"
 #include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
-#include "module/log.h"
+#include "base/log.h"
 #include "registry/handlers.h"
 
 namespace {

@@ -11,8 +11,8 @@
 #include "commands/app/timezone_mapping.h"
 #include "dbus/call_batch.h"
 #include "dbus/peer_catalog.h"
-#include "module/absent_text.h"
-#include "module/log.h"
+#include "base/absent_text.h"
+#include "base/log.h"
 #include "registry/handlers.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Exported flag that other gateway programs read from the loaded module.
 #pragma once
 
-#include "registry/handlers.h"
+#include "base/export.h"
 
 // 0 at load; set to 1 each time the time-zone query runs.
 extern "C" KORVEX_EXPORT int checkupdateflag;

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "dbus/connection.h"
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
 
 namespace korvex::test {
 

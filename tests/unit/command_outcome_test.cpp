@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "module/module_config.h"
+#include "registry/module_config.h"
 #include "registry/command_table.h"
 #include "tests/support/apr_pool_fixture.h"
 

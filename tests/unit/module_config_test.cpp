@@ -1,7 +1,7 @@
 // The process-wide record is found through the process pool of the request's server.
 #include <gtest/gtest.h>
 
-#include "module/module_config.h"
+#include "registry/module_config.h"
 #include "tests/support/apr_pool_fixture.h"
 
 namespace {

@@ -1,6 +1,6 @@
-#include "module/module_config.h"
+#include "registry/module_config.h"
 
-#include "module/process_lock.h"
+#include "base/process_lock.h"
 
 ModuleConfig *getKorvexData(request_rec *r) {
     void *config = nullptr;

@@ -1,7 +1,7 @@
 // The process-wide record built at the first configuration pass of a server process.
 #pragma once
 
-#include "module/apache_shim.h"
+#include "base/apache_shim.h"
 #include "registry/command_table.h"
 
 struct ModuleConfig {

@@ -1,4 +1,4 @@
-#include "module/process_lock.h"
+#include "base/process_lock.h"
 
 namespace korvex {
 

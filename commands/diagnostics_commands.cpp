@@ -7,7 +7,7 @@
 #include "dbus/list_queries.h"
 #include "dbus/oom_row.h"
 #include "dbus/peer_catalog.h"
-#include "module/log.h"
+#include "base/log.h"
 #include "module/process_scan.h"
 #include "registry/handlers.h"
 

@@ -4,7 +4,7 @@
 
 #include <exception>
 
-#include "module/log.h"
+#include "base/log.h"
 
 namespace korvex {
 

@@ -45,6 +45,9 @@ constexpr Zone kZones[] = {
     {"UCT_011", "(GMT+11:00) Magadan, Solomon Islands"},
     {"UCT_012", "(GMT+12:00) Auckland, Fiji, Wellington"},
     {"TOT_013", "(GMT+13:00) Nuku'alofa"},
+    // Arizona keeps standard time all year and shares Mountain Time's string: a stored
+    // "MST_-07" reads back as zone 6, the first entry with that string.
+    {"MST_-07", "(GMT-07:00) Arizona"},
 };
 
 constexpr int kZoneCount = static_cast<int>(sizeof kZones / sizeof kZones[0]);

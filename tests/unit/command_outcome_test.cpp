@@ -1,46 +1,21 @@
 // execAPI and runQuery: the outcome line after each handler, whatever it returned, and the
-// value a handler receives. The server's output calls are replaced by a recorder.
+// value a handler receives. The server's output calls are replaced by a recorder
+// (server_output.h).
 #include <gtest/gtest.h>
 
-#include <cstdarg>
-#include <cstdio>
 #include <string>
 
 #include "registry/module_config.h"
 #include "registry/command_table.h"
 #include "tests/support/apr_pool_fixture.h"
+#include "tests/unit/server_output.h"
 
 namespace {
 
-std::string g_output;
+std::string &g_output = korvex::test::server_output();
 std::string g_received_value;
 
 }  // namespace
-
-// Stand-ins for the server's output functions: what the module prints is kept in g_output.
-extern "C" int ap_rprintf(request_rec *, const char *fmt, ...) {
-    char text[4096];
-    va_list ap;
-    va_start(ap, fmt);
-    const int size = std::vsnprintf(text, sizeof text, fmt, ap);
-    va_end(ap);
-    g_output.append(text, size < 0 ? 0 : std::min<size_t>(size, sizeof text - 1));
-    return size;
-}
-
-extern "C" char *ap_escape_html2(apr_pool_t *pool, const char *s, int) {
-    std::string escaped;
-    for (const char *p = s; *p != '\0'; ++p) {
-        switch (*p) {
-            case '<': escaped += "&lt;"; break;
-            case '>': escaped += "&gt;"; break;
-            case '&': escaped += "&amp;"; break;
-            case '"': escaped += "&quot;"; break;
-            default: escaped += *p;
-        }
-    }
-    return apr_pstrdup(pool, escaped.c_str());
-}
 
 namespace {
 

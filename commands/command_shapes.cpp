@@ -2,8 +2,10 @@
 #include "commands/command_shapes.h"
 
 #include <cstring>
+#include <string_view>
 
 #include "commands/shell_line.h"
+#include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
 #include "base/absent_text.h"
 #include "base/log.h"
@@ -49,6 +51,22 @@ int print_text_call(request_rec *r, const char *argument, const DbusCallSpec &sp
 int run_shell(request_rec *r, const DbusCallSpec &spec, const char *tmpl, std::initializer_list<const char *> values) {
     const char *line = korvex::shell_line(r->pool, tmpl, values);
     return apache_dbus_send_str_ret_int(r, line, &spec);
+}
+
+int switch_service(request_rec *r, const char *value, const ServiceSwitch &service) {
+    const std::string_view wanted(value);
+    if (wanted == "1") {
+        run_shell(r, *service.run_with, service.start_line);
+    } else if (wanted == "0") {
+        run_shell(r, *service.run_with, service.stop_line);
+    } else {
+        return 0;
+    }
+    return 1;
+}
+
+const char *gateway_model(request_rec *r) {
+    return korvex::string_message(r, korvex::peer::kGetModelArgument, korvex::peer::kGetModel);
 }
 
 int print_int_call(request_rec *r, int argument, const DbusCallSpec &spec, const char *func) {
@@ -99,6 +117,9 @@ int store(request_rec *r, const char *value, const StoreRule &rule, const char *
             break;
         case Echo::kValue:
             ret = print_reply(r, value, rule.reply);
+            break;
+        case Echo::kStoredValue:
+            ret = print_reply(r, korvex::nvram_get(r, rule.key), rule.reply);
             break;
     }
     KLOG_AS(KORVEX_LOG_TRACE, func, "leave %s\n", func);

@@ -46,6 +46,7 @@ enum class Echo {
     kSetReply,     // the platform's reply to the set
     kNotifyReply,  // the notified daemon's reply
     kValue,        // the command's own value
+    kStoredValue,  // the key read back once the set (and commit) is done
 };
 
 // When the notification is sent relative to the commit.
@@ -79,6 +80,19 @@ int store(request_rec *r, const char *value, const StoreRule &rule, const char *
 // comparison; an absent stored text counts as different). When equal nothing is written or
 // sent and an absent text is printed as `rule.reply` says.
 int store_if_changed(request_rec *r, const char *value, const StoreRule &rule, const char *func);
+
+// A service started by one shell line and stopped by another, chosen by the command's value.
+struct ServiceSwitch {
+    const char *start_line;  // run for the value "1"
+    const char *stop_line;   // run for the value "0"
+    const DbusCallSpec *run_with;  // the "doSystem" row (its time-out)
+};
+
+// Runs the switch's line for "1" or "0" and succeeds; any other value runs nothing and fails.
+int switch_service(request_rec *r, const char *value, const ServiceSwitch &service);
+
+// The gateway's model as the platform daemon names it ("getModel"); null without a reply.
+const char *gateway_model(request_rec *r);
 
 // Prints the text answer of a call that sends the text `argument` to `spec`, absent or not
 // ("(null)<br>"); success.

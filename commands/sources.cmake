@@ -3,7 +3,9 @@ list(APPEND KORVEX_LOGIC_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/app/timezone_mapping.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/text_utils.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/value_checks.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/system/site_survey.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/system/site_survey.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/mac_address.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/rf433_frame.cpp)
 list(APPEND KORVEX_MODULE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/command_shapes.cpp
   ${CMAKE_CURRENT_LIST_DIR}/diagnostics_commands.cpp
@@ -17,4 +19,10 @@ list(APPEND KORVEX_MODULE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/system/wifi_settings.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/wan_settings.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/pppoe_settings.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/system/time_settings.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/system/time_settings.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/firmware_commands.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/mac_commands.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/identity_commands.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/p2p_services.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/partner_services.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/local_services.cpp)

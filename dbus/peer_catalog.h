@@ -55,7 +55,6 @@ inline constexpr int kTimeoutLed = 1000;
 inline constexpr int kTimeoutListFetch = 5000;
 inline constexpr int kTimeoutSsidRefresh = 500;
 inline constexpr int kTimeoutMemoryDebug = 3000;
-inline constexpr int kTimeoutLibdbusDefault = -1;
 
 // ---- Platform daemon ----
 inline constexpr DbusCallSpec kNvramGet{kPlatform, kIfNvram, "get", kTimeoutNvram};
@@ -70,13 +69,15 @@ inline constexpr DbusCallSpec kDoSystem5s{kPlatform, kIfAdmin, "doSystem", 5000}
 inline constexpr DbusCallSpec kDoSystem20s{kPlatform, kIfAdmin, "doSystem", 20000};
 inline constexpr DbusCallSpec kDoSystem30s{kPlatform, kIfAdmin, "doSystem", 30000};
 inline constexpr DbusCallSpec kDoSystem120s{kPlatform, kIfAdmin, "doSystem", 120000};
-inline constexpr DbusCallSpec kDoSystemDefault{kPlatform, kIfAdmin, "doSystem", kTimeoutLibdbusDefault};
 
 inline constexpr DbusCallSpec kGetModel{kPlatform, kIfAdmin, "getModel", kTimeoutStringMessage};
 inline constexpr char kGetModelArgument[] = "getModel";
 inline constexpr DbusCallSpec kRestartP2P{kPlatform, kIfAdmin, "restartP2P", 3000};
+inline constexpr char kRestartP2PArgument[] = "restart";
 inline constexpr DbusCallSpec kRestartService{kPlatform, kIfAdmin, "restart", 3000};
+inline constexpr char kRestartCloudArgument[] = "icloud";
 inline constexpr DbusCallSpec kPlatformReboot{kPlatform, kIfAdmin, "reboot", 3000};
+inline constexpr int kPlatformRebootArgument = 3;
 
 inline constexpr DbusCallSpec kNetGetMac{kPlatform, kIfNet, "getMac", kTimeoutStringMessage};
 inline constexpr DbusCallSpec kNetGetIp{kPlatform, kIfNet, "getip", kTimeoutStringMessage};
@@ -93,6 +94,7 @@ inline constexpr DbusCallSpec kWifiModeGetMd5{kPlatform, kIfWifiMode, "getmd5", 
 inline constexpr DbusCallSpec kWifiStaCommand{kPlatform, kIfWifiSta, "command", kTimeoutStringMessage};
 inline constexpr DbusCallSpec kWifiSsidRefresh{kPlatform, kIfWifiSsid, "refresh", kTimeoutSsidRefresh};
 inline constexpr DbusCallSpec kWeBeHomeRefresh{kPlatform, kIfWeBeHome, "refresh", 300000};
+inline constexpr int kWeBeHomeRefreshArgument = 1;
 
 // ---- Z-Wave SDK daemon ----
 inline constexpr DbusCallSpec kSdkJsonCommand{kSdk, kIfJsonCommand, "command", kTimeoutStringMessage};
@@ -101,6 +103,8 @@ inline constexpr DbusCallSpec kSdkFirmwareVersion{kSdk, kIfFirmware, "version", 
 inline constexpr DbusCallSpec kSdkFirmwareDate{kSdk, kIfFirmware, "date", kTimeoutStringMessage};
 inline constexpr DbusCallSpec kSdkGetAllocated{kSdk, kIfMemory, "getAllocated", kTimeoutListFetch};
 inline constexpr DbusCallSpec kSdkLed{kSdk, kIfLed, "command", kTimeoutLed};
+inline constexpr char kLedLogo[] = "LOGO";
+inline constexpr unsigned kLedOn = 1;
 inline constexpr char kSdkProcessName[] = "korvex-sdk";
 
 // ---- Home-automation application daemon ----
@@ -141,11 +145,15 @@ inline constexpr DbusCallSpec kWatchdogOomList{kDebuger, kIfWatchdogOom, "getLis
 inline constexpr char kWatchdogOomListArgument[] = "getList";
 inline constexpr DbusCallSpec kWatchdogFwVersionForCheck{kDebuger, kIfWatchdog, "getfwver", 2000};
 inline constexpr DbusCallSpec kWatchdogFwVersionForUpdate{kDebuger, kIfWatchdog, "getfwver", 500};
+inline constexpr int kWatchdogFwVersionArgument = 1;
 inline constexpr DbusCallSpec kWatchdogStopTracking{kDebuger, kIfWatchdog, "stopTracking", 1000};
+inline constexpr int kStopTrackingSuspend = 1;
+inline constexpr int kStopTrackingResume = 0;
 
 // ---- Firmware updaters ----
 inline constexpr DbusCallSpec kCheckUpdateStatus{kCheckUpdate, kIfCheckUpdate, "getupdatestatus", 1000};
 inline constexpr DbusCallSpec kUpdateStatus{kUpdate, kIfUpdate, "getupdatestatus", 1000};
+inline constexpr int kUpdateStatusArgument = 1;
 
 // ---- Telldus bridge ----
 inline constexpr DbusCallSpec kTelldusTest433{kTelldus, kIfTelldus433, "test", kTimeoutStringMessage};

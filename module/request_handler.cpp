@@ -2,22 +2,22 @@
 
 #include <cstring>
 
+#include "base/guard.h"
+#include "base/log.h"
+#include "commands/command_shapes.h"
 #include "commands/shell_line.h"
+#include "commands/system/updater_processes.h"
 #include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
 #include "dbus/signals.h"
 #include "korvex_utils.h"
-#include "base/guard.h"
-#include "base/log.h"
-#include "registry/module_config.h"
-#include "module/process_scan.h"
 #include "module/request_body.h"
 #include "registry/command_table.h"
+#include "registry/module_config.h"
 
 namespace {
 
 constexpr char kContentType[] = "text/html;charset=utf-8";
-constexpr char kUpdaterProcess[] = "update";
 constexpr char kUpdaterLine[] = "update -k %s -m %s -r 3 &";
 constexpr char kUpdateStatusPage[] = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 constexpr int kMemoryPurgeLevel = 25;
@@ -61,7 +61,7 @@ int serve_sdk(request_rec *r) {
 int serve_update(request_rec *r) {
     if (r->method_number != M_GET && r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
     getKorvexData(r);
-    if (proc_find(kUpdaterProcess) >= 0) {
+    if (korvex::updater::update_running()) {
         HLOG(KORVEX_LOG_STATE, "fw is updating\n");
         ap_rprintf(r, "updating");
         return korvex::http::kOk;
@@ -69,7 +69,7 @@ int serve_update(request_rec *r) {
     HLOG(KORVEX_LOG_STATE, "purging ...\n");
     sys_mem_purge(kMemoryPurgeLevel);
     apr_sleep(apr_time_from_sec(1));
-    const char *model = korvex::string_message(r, korvex::peer::kGetModelArgument, korvex::peer::kGetModel);
+    const char *model = korvex::shape::gateway_model(r);
     const DbusCallSpec *updater = &korvex::peer::kDoSystem3s;
     dbus_signal_update_alive(r, 1);
     save_uImage(r);

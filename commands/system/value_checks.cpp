@@ -21,6 +21,7 @@ namespace korvex::check {
 
 namespace {
 constexpr std::size_t kWifiTextMaxLength = 32;
+constexpr std::size_t kAccountTextMaxLength = 63;
 }
 
 bool ipv4_address(const char *value) { return inet_addr(value) != INADDR_NONE; }
@@ -28,6 +29,8 @@ bool ipv4_address(const char *value) { return inet_addr(value) != INADDR_NONE; }
 bool not_empty(const char *value) { return *value != '\0'; }
 
 bool wifi_text_length(const char *value) { return std::strlen(value) <= kWifiTextMaxLength; }
+
+bool account_text_length(const char *value) { return std::strlen(value) <= kAccountTextMaxLength; }
 
 bool wan_connection_mode(const char *value) {
     return std::strcmp(value, "DHCP") == 0 || std::strcmp(value, "STATIC") == 0;

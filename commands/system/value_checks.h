@@ -19,6 +19,8 @@ bool ipv4_address(const char *value);
 bool not_empty(const char *value);
 // At most 32 bytes (SSIDs and Wi-Fi passphrases).
 bool wifi_text_length(const char *value);
+// At most 63 bytes (the P2P account's name and passwords).
+bool account_text_length(const char *value);
 // Exactly "DHCP" or "STATIC".
 bool wan_connection_mode(const char *value);
 // The leading integer is 0 or 1 ("abc" reads 0, "1x" reads 1).

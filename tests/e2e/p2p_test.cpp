@@ -1,0 +1,439 @@
+// Remote access through Apache and the bus: the TUTK tunnel and the Orbweb client switched
+// on and off by their device identifiers, the shell lines that start them (every value one
+// shell word, whatever it holds), the P2P account, the super-user password and the commit
+// that restarts P2P with the new account.
+#include <cctype>
+#include <cstdio>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/support/command_test.h"
+
+namespace korvex::test {
+namespace {
+
+const std::string kPlatform = "com.korvex-labs.www.platform ";
+const std::string kNvram = kPlatform + "com.KorvexLabs.platform.nvram ";
+const std::string kCommit = kNvram + "commit(s:commit)";
+const std::string kShell = kPlatform + "com.KorvexLabs.platform.admin doSystem(s:";
+const std::string kRestartP2P = kPlatform + "com.KorvexLabs.platform.admin restartP2P(s:restart)";
+
+// Factory settings the services read.
+const std::string kFactoryTutkUuid = "E7KA9ZB1XH4WTRGU111A";
+const std::string kFactoryOrbwebUuid = "4F61A2C95DE3B07810KQ";
+const std::string kFactoryUser = "admin";
+const std::string kFactorySsid = "Korvex-QTR58-3457";
+// An identifier of the right length (20) that differs from both factory identifiers.
+const std::string kNewId = "QX3M7PZR2KD9WB4TNA5E";
+
+// The rendezvous server when the server's environment names none.
+const std::string kRendezvous = "rendezvous.orbweb.com";
+
+// Account texts a shell would take apart if they reached it unquoted; each injection
+// prints INJECTED.
+const std::string kHostileUser = "ad min';echo INJECTED;'";
+const std::string kHostileUserWord = R"('ad min'\'';echo INJECTED;'\''')";
+const std::string kHostilePassword = "$(echo INJECTED)\n`echo INJECTED`|echo INJECTED";
+const std::string kHostilePasswordWord = "'" + kHostilePassword + "'";
+const std::string kHostileSsid = "My Wi-Fi; echo INJECTED &";
+const std::string kHostileSsidWord = "'" + kHostileSsid + "'";
+
+std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
+std::string set_call(const std::string &key, const std::string &value) {
+    return kNvram + "set(s:" + key + ", s:" + value + ")";
+}
+std::string shell_call(const std::string &line) { return kShell + line + ")"; }
+
+// A value as it goes into a query: everything but letters, digits and "-._" escaped.
+std::string query_escape(const std::string &text) {
+    static const char kHex[] = "0123456789ABCDEF";
+    std::string escaped;
+    for (unsigned char c : text) {
+        if (std::isalnum(c) || c == '-' || c == '.' || c == '_') {
+            escaped += static_cast<char>(c);
+        } else {
+            escaped += '%';
+            escaped += kHex[c >> 4];
+            escaped += kHex[c & 15];
+        }
+    }
+    return escaped;
+}
+
+// Has /bin/sh run `line` with its program replaced by a printer of its arguments, and
+// returns what it printed: one "[word]" per argument. Anything else the line would run
+// adds to the output.
+std::string shell_words(const std::string &line, const std::string &program) {
+    if (line.rfind(program + " ", 0) != 0) {
+        ADD_FAILURE() << "not a line of " << program << ": " << line;
+        return "";
+    }
+    const std::string script = "printf '[%s]'" + line.substr(program.size()) + "\nwait\n";
+    FILE *sh = popen(script.c_str(), "r");
+    if (sh == nullptr) {
+        ADD_FAILURE() << "popen failed";
+        return "";
+    }
+    std::string output;
+    char buffer[512];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, sh)) > 0) output.append(buffer, n);
+    EXPECT_EQ(pclose(sh), 0) << line;
+    return output;
+}
+
+class P2pTest : public CommandTest {
+protected:
+    void nvram_rule(const std::string &member, const std::string &mode) {
+        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
+                       R"("com.KorvexLabs.platform.nvram","member":")" +
+                       member + R"(",)" + mode + "}");
+    }
+    void admin_rule(const std::string &member, const std::string &mode) {
+        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
+                       R"("com.KorvexLabs.platform.admin","member":")" +
+                       member + R"(",)" + mode + "}");
+    }
+    void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
+        EXPECT_EQ(sim().nvram(key), working) << key;
+        EXPECT_EQ(sim().nvram_committed(key), committed) << key;
+    }
+    void put_hostile_account() {
+        sim().nvram_put("TUTK_USERNAME", kHostileUser, true);
+        sim().nvram_put("TUTK_PASSWORD", kHostilePassword, true);
+        sim().nvram_put("SSID1", kHostileSsid, true);
+    }
+    // The line of the one "doSystem" call that starts `program`.
+    std::string start_line_of(const std::string &program) {
+        std::vector<std::string> lines;
+        for (const SimRecord &record : sim().records()) {
+            if (record.member == "doSystem" && record.args.size() == 1 &&
+                record.args[0].rfind("s:" + program + " ", 0) == 0) {
+                lines.push_back(record.args[0].substr(2));
+            }
+        }
+        EXPECT_EQ(lines.size(), 1u) << program;
+        return lines.empty() ? "" : lines.front();
+    }
+    static Calls tutk_start(const std::string &stored, const std::string &start_line) {
+        return Calls{shell_call("killall P2PTunnelServer"), get_call("TUTK_USERNAME"), get_call("TUTK_PASSWORD"),
+                     get_call("SSID1"), set_call("TUTK_UUID", stored), kCommit, shell_call(start_line)};
+    }
+    static Calls orbweb_start(const std::string &stored, const std::string &start_line) {
+        return Calls{shell_call("killall orbwebm2m"), get_call("TUTK_USERNAME"), get_call("TUTK_PASSWORD"),
+                     set_call("UUID", stored), kCommit, shell_call(start_line)};
+    }
+};
+
+// ---- TUTK tunnel ----
+
+TEST_F(P2pTest, SetTutkUuidWithTwentyCharactersRestartsTheTunnel) {
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setTUTKuuid=" + id), id + "<br>setTUTKuuid done");
+    EXPECT_EQ(calls(), tutk_start(id, "P2PTunnelServer " + id + " admin 888888 " + kFactorySsid + "&"));
+    expect_stored("TUTK_UUID", id, id);
+}
+
+// The tunnel starts with the identifier as the platform answered the set, and that answer
+// is what is printed.
+TEST_F(P2pTest, SetTutkUuidStartsAndPrintsWithTheSetReply) {
+    nvram_rule("set", R"("mode":"values","signature":"s","values":["PLATFORM0STORED0ID00"])");
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setTUTKuuid=" + id), "PLATFORM0STORED0ID00<br>setTUTKuuid done");
+    EXPECT_EQ(calls(), tutk_start(id, "P2PTunnelServer PLATFORM0STORED0ID00 admin 888888 " + kFactorySsid + "&"));
+}
+
+TEST_F(P2pTest, SetTutkUuidQuotesASetReplyThatIsNoPlainWord) {
+    nvram_rule("set", R"("mode":"values","signature":"s","values":["two words;echo INJECTED"])");
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setTUTKuuid=" + id), "two words;echo INJECTED<br>setTUTKuuid done");
+    EXPECT_EQ(calls(), tutk_start(id, "P2PTunnelServer 'two words;echo INJECTED' admin 888888 " + kFactorySsid + "&"));
+    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+              "[two words;echo INJECTED][admin][888888][" + kFactorySsid + "]");
+}
+
+struct WrongLength {
+    const char *name;
+    const char *command;
+    const char *value;
+};
+void PrintTo(const WrongLength &p, std::ostream *os) { *os << p.name; }
+
+class P2pWrongLengthTest : public P2pTest, public ::testing::WithParamInterface<WrongLength> {};
+
+// A wrong length is refused before anything is stopped: the running service stays as it is.
+TEST_P(P2pWrongLengthTest, IsRefusedWithoutAnyCall) {
+    const std::string command = GetParam().command;
+    EXPECT_EQ(run(command + "=" + GetParam().value), command + " failed");
+    EXPECT_EQ(calls(), Calls{});
+    expect_stored("TUTK_UUID", kFactoryTutkUuid, kFactoryTutkUuid);
+    expect_stored("UUID", kFactoryOrbwebUuid, kFactoryOrbwebUuid);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, P2pWrongLengthTest,
+                         ::testing::Values(WrongLength{"tutk19", "setTUTKuuid", "QX3M7PZR2KD9WB4TNA5"},
+                                           WrongLength{"tutk21", "setTUTKuuid", "QX3M7PZR2KD9WB4TNA5EF"},
+                                           WrongLength{"tutk1", "setTUTKuuid", "0"},
+                                           WrongLength{"orbweb19", "setOrbwebuuid", "QX3M7PZR2KD9WB4TNA5"},
+                                           WrongLength{"orbweb21", "setOrbwebuuid", "QX3M7PZR2KD9WB4TNA5EF"},
+                                           WrongLength{"orbweb1", "setOrbwebuuid", "0"}),
+                         [](const ::testing::TestParamInfo<WrongLength> &info) { return info.param.name; });
+
+TEST_F(P2pTest, SetTutkUuidEmptyClearsTheKeyAndStopsTheTunnel) {
+    EXPECT_EQ(run("setTUTKuuid="), "setTUTKuuid done");
+    EXPECT_EQ(calls(), (Calls{set_call("TUTK_UUID", ""), kCommit, shell_call("killall P2PTunnelServer")}));
+    expect_stored("TUTK_UUID", "", "");
+}
+
+TEST_F(P2pTest, SetTutkUuidWithoutSetReplyFailsAndStartsNothing) {
+    nvram_rule("set", R"("mode":"error")");
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setTUTKuuid=" + id), "setTUTKuuid failed");
+    EXPECT_EQ(calls(), (Calls{shell_call("killall P2PTunnelServer"), get_call("TUTK_USERNAME"),
+                              get_call("TUTK_PASSWORD"), get_call("SSID1"), set_call("TUTK_UUID", id), kCommit}));
+    expect_stored("TUTK_UUID", kFactoryTutkUuid, kFactoryTutkUuid);
+}
+
+TEST_F(P2pTest, SetTutkUuidKeepsEveryAccountTextOneShellWord) {
+    put_hostile_account();
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setTUTKuuid=" + id), id + "<br>setTUTKuuid done");
+    const std::string line =
+        "P2PTunnelServer " + id + " " + kHostileUserWord + " " + kHostilePasswordWord + " " + kHostileSsidWord + "&";
+    EXPECT_EQ(calls(), tutk_start(id, line));
+    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+              "[" + id + "][" + kHostileUser + "][" + kHostilePassword + "][" + kHostileSsid + "]");
+}
+
+TEST_F(P2pTest, SetTutkUuidKeepsAHostileIdentifierOneShellWord) {
+    const std::string id = "ID;echo INJECTED 'x'";
+    ASSERT_EQ(id.size(), 20u);
+    EXPECT_EQ(run("setTUTKuuid=" + query_escape(id)), id + "<br>setTUTKuuid done");
+    EXPECT_EQ(calls(), tutk_start(id, R"(P2PTunnelServer 'ID;echo INJECTED '\''x'\''' admin 888888 )" +
+                                          kFactorySsid + "&"));
+    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+              "[" + id + "][admin][888888][" + kFactorySsid + "]");
+    expect_stored("TUTK_UUID", id, id);
+}
+
+TEST_F(P2pTest, SetTutkUuidPassesAnEmptyPasswordAsAnEmptyWord) {
+    sim().nvram_put("TUTK_PASSWORD", "", true);
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setTUTKuuid=" + id), id + "<br>setTUTKuuid done");
+    EXPECT_EQ(calls(), tutk_start(id, "P2PTunnelServer " + id + " admin '' " + kFactorySsid + "&"));
+    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+              "[" + id + "][admin][][" + kFactorySsid + "]");
+}
+
+// Settings the platform does not answer reach the line as the text "(null)", quoted.
+TEST_F(P2pTest, SetTutkUuidWithUnreadableAccountPassesNullWords) {
+    nvram_rule("get", R"("mode":"error")");
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setTUTKuuid=" + id), id + "<br>setTUTKuuid done");
+    EXPECT_EQ(calls(), tutk_start(id, "P2PTunnelServer " + id + " '(null)' '(null)' '(null)'&"));
+    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+              "[" + id + "][(null)][(null)][(null)]");
+}
+
+// ---- Orbweb client ----
+
+TEST_F(P2pTest, SetOrbwebUuidWithTwentyCharactersRestartsTheClient) {
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setOrbwebuuid=" + id), id + "<br>setOrbwebuuid done");
+    EXPECT_EQ(calls(), orbweb_start(id, "orbwebm2m -H " + id + " " + kRendezvous + " -B -U admin -P 888888 &"));
+    expect_stored("UUID", id, id);
+    expect_stored("TUTK_UUID", kFactoryTutkUuid, kFactoryTutkUuid);
+}
+
+// Unlike the tunnel, the client starts with the identifier as given; the set's reply is
+// only printed.
+TEST_F(P2pTest, SetOrbwebUuidPrintsTheSetReplyButStartsWithTheGivenValue) {
+    nvram_rule("set", R"("mode":"values","signature":"s","values":["PLATFORM0STORED0ID00"])");
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setOrbwebuuid=" + id), "PLATFORM0STORED0ID00<br>setOrbwebuuid done");
+    EXPECT_EQ(calls(), orbweb_start(id, "orbwebm2m -H " + id + " " + kRendezvous + " -B -U admin -P 888888 &"));
+}
+
+TEST_F(P2pTest, SetOrbwebUuidEmptyClearsTheKeyAndStopsTheClient) {
+    EXPECT_EQ(run("setOrbwebuuid="), "setOrbwebuuid done");
+    EXPECT_EQ(calls(), (Calls{set_call("UUID", ""), kCommit, shell_call("killall orbwebm2m")}));
+    expect_stored("UUID", "", "");
+}
+
+TEST_F(P2pTest, SetOrbwebUuidWithoutSetReplyFailsAndStartsNothing) {
+    nvram_rule("set", R"("mode":"error")");
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setOrbwebuuid=" + id), "setOrbwebuuid failed");
+    EXPECT_EQ(calls(), (Calls{shell_call("killall orbwebm2m"), get_call("TUTK_USERNAME"), get_call("TUTK_PASSWORD"),
+                              set_call("UUID", id), kCommit}));
+    expect_stored("UUID", kFactoryOrbwebUuid, kFactoryOrbwebUuid);
+}
+
+TEST_F(P2pTest, SetOrbwebUuidKeepsEveryAccountTextOneShellWord) {
+    put_hostile_account();
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setOrbwebuuid=" + id), id + "<br>setOrbwebuuid done");
+    EXPECT_EQ(calls(), orbweb_start(id, "orbwebm2m -H " + id + " " + kRendezvous + " -B -U " + kHostileUserWord +
+                                            " -P " + kHostilePasswordWord + " &"));
+    EXPECT_EQ(shell_words(start_line_of("orbwebm2m"), "orbwebm2m"),
+              "[-H][" + id + "][" + kRendezvous + "][-B][-U][" + kHostileUser + "][-P][" + kHostilePassword + "]");
+}
+
+TEST_F(P2pTest, SetOrbwebUuidKeepsAHostileIdentifierOneShellWord) {
+    const std::string id = "$(echo INJECTED)&123";
+    ASSERT_EQ(id.size(), 20u);
+    EXPECT_EQ(run("setOrbwebuuid=" + query_escape(id)), id + "<br>setOrbwebuuid done");
+    EXPECT_EQ(calls(), orbweb_start(id, "orbwebm2m -H '" + id + "' " + kRendezvous + " -B -U admin -P 888888 &"));
+    EXPECT_EQ(shell_words(start_line_of("orbwebm2m"), "orbwebm2m"),
+              "[-H][" + id + "][" + kRendezvous + "][-B][-U][admin][-P][888888]");
+    expect_stored("UUID", id, id);
+}
+
+// ---- Account and super-user password ----
+
+struct AccountSetter {
+    const char *command;
+    const char *key;
+    const char *refusal;
+    const char *factory;
+};
+void PrintTo(const AccountSetter &p, std::ostream *os) { *os << p.command; }
+
+class P2pAccountSetterTest : public P2pTest, public ::testing::WithParamInterface<AccountSetter> {
+protected:
+    std::string command() const { return GetParam().command; }
+    std::string key() const { return GetParam().key; }
+};
+
+TEST_P(P2pAccountSetterTest, StoresSixtyThreeBytesWithoutCommitting) {
+    const std::string value(63, 'u');
+    EXPECT_EQ(run(command() + "=" + value), command() + " done");
+    EXPECT_EQ(calls(), Calls{set_call(key(), value)});
+    expect_stored(key(), value, GetParam().factory);
+}
+
+TEST_P(P2pAccountSetterTest, RefusesSixtyFourBytesWithItsReason) {
+    EXPECT_EQ(run(command() + "=" + std::string(64, 'u')), GetParam().refusal + command() + " failed");
+    EXPECT_EQ(calls(), Calls{});
+    expect_stored(key(), GetParam().factory, GetParam().factory);
+}
+
+// The limit counts bytes: 31 two-byte letters and one more byte pass, 32 of them do not.
+TEST_P(P2pAccountSetterTest, CountsBytesNotLetters) {
+    std::string fits;
+    for (int i = 0; i < 31; ++i) fits += "\xC3\xA9";
+    fits += "x";
+    const std::string too_long = fits.substr(0, 62) + "\xC3\xA9";
+    ASSERT_EQ(fits.size(), 63u);
+    ASSERT_EQ(too_long.size(), 64u);
+    EXPECT_EQ(run(command() + "=" + query_escape(too_long)), GetParam().refusal + command() + " failed");
+    EXPECT_EQ(run(command() + "=" + query_escape(fits)), command() + " done");
+    EXPECT_EQ(calls(), Calls{set_call(key(), fits)});
+}
+
+TEST_P(P2pAccountSetterTest, StoresTheEmptyValue) {
+    EXPECT_EQ(run(command() + "="), command() + " done");
+    EXPECT_EQ(calls(), Calls{set_call(key(), "")});
+    expect_stored(key(), "", GetParam().factory);
+}
+
+TEST_P(P2pAccountSetterTest, StoresBlanksAndQuotesAsTheyStand) {
+    const std::string value = "a b'c\"d;$(e)";
+    EXPECT_EQ(run(command() + "=" + query_escape(value)), command() + " done");
+    EXPECT_EQ(calls(), Calls{set_call(key(), value)});
+    expect_stored(key(), value, GetParam().factory);
+}
+
+TEST_P(P2pAccountSetterTest, IsDoneWhenTheSetGetsNoReply) {
+    nvram_rule("set", R"("mode":"error")");
+    EXPECT_EQ(run(command() + "=x"), command() + " done");
+    EXPECT_EQ(calls(), Calls{set_call(key(), "x")});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, P2pAccountSetterTest,
+    ::testing::Values(AccountSetter{"setp2pusername", "TUTK_USERNAME", "username length > 63<br>", "admin"},
+                      AccountSetter{"setp2ppwd", "TUTK_PASSWORD", "password length > 63", "888888"},
+                      AccountSetter{"setSUpwd", "SU_PASSWORD", "password length > 63", "su7Qx2rT"}),
+    CommandName());
+
+// ---- Getters ----
+
+struct Getter {
+    const char *command;
+    const char *key;
+    const char *factory;
+};
+void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
+
+class P2pGetterTest : public P2pTest, public ::testing::WithParamInterface<Getter> {};
+
+TEST_P(P2pGetterTest, PrintsTheFactoryValue) {
+    EXPECT_EQ(run(std::string(GetParam().command) + "=1"),
+              std::string(GetParam().factory) + "<br>" + GetParam().command + " done");
+    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
+}
+
+TEST_P(P2pGetterTest, PrintsTheStoredTextAsItStands) {
+    sim().nvram_put(GetParam().key, "v 'x' <b>", false);
+    EXPECT_EQ(run(std::string(GetParam().command) + "="),
+              std::string("v 'x' <b><br>") + GetParam().command + " done");
+    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
+}
+
+TEST_P(P2pGetterTest, NoReplyPrintsNullAndIsDone) {
+    nvram_rule("get", R"("mode":"error")");
+    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
+    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, P2pGetterTest,
+                         ::testing::Values(Getter{"getTUTKuuid", "TUTK_UUID", "E7KA9ZB1XH4WTRGU111A"},
+                                           Getter{"getOrbwebuuid", "UUID", "4F61A2C95DE3B07810KQ"},
+                                           Getter{"getp2pusername", "TUTK_USERNAME", "admin"},
+                                           Getter{"getp2ppwd", "TUTK_PASSWORD", "888888"},
+                                           Getter{"getSUpwd", "SU_PASSWORD", "su7Qx2rT"}),
+                         CommandName());
+
+// ---- Account commit ----
+
+TEST_F(P2pTest, P2paccountcommitCommitsTheAccountThenRestartsP2p) {
+    EXPECT_EQ(run("setp2pusername=bob&setp2ppwd=s3cret&setSUpwd=root1"),
+              "setp2pusername donesetp2ppwd donesetSUpwd done");
+    expect_stored("TUTK_USERNAME", "bob", kFactoryUser);
+    sim().clear_records();
+    EXPECT_EQ(run("p2paccountcommit=1"), "p2paccountcommit done");
+    EXPECT_EQ(calls(), (Calls{kCommit, kRestartP2P}));
+    expect_stored("TUTK_USERNAME", "bob", "bob");
+    expect_stored("TUTK_PASSWORD", "s3cret", "s3cret");
+    expect_stored("SU_PASSWORD", "root1", "root1");
+}
+
+TEST_F(P2pTest, P2paccountcommitIsDoneWhenNeitherCallIsAnswered) {
+    nvram_rule("commit", R"("mode":"error")");
+    admin_rule("restartP2P", R"("mode":"error")");
+    EXPECT_EQ(run("p2paccountcommit="), "p2paccountcommit done");
+    EXPECT_EQ(calls(), (Calls{kCommit, kRestartP2P}));
+}
+
+TEST_F(P2pTest, P2paccountcommitIsDoneWithThePlatformAbsent) {
+    sim().set_absent("com.korvex-labs.www.platform", true);
+    EXPECT_EQ(run("p2paccountcommit="), "p2paccountcommit done");
+    EXPECT_EQ(calls(), Calls{});
+}
+
+// A new account reaches the tunnel's start line once it is stored, committed or not.
+TEST_F(P2pTest, TunnelStartsWithTheAccountJustStored) {
+    const std::string id = kNewId;
+    EXPECT_EQ(run("setp2pusername=bob&setp2ppwd=" + query_escape("pass word") + "&setTUTKuuid=" + id),
+              "setp2pusername donesetp2ppwd done" + id + "<br>setTUTKuuid done");
+    Calls expected{set_call("TUTK_USERNAME", "bob"), set_call("TUTK_PASSWORD", "pass word")};
+    for (const std::string &call : tutk_start(id, "P2PTunnelServer " + id + " bob 'pass word' " + kFactorySsid + "&")) {
+        expected.push_back(call);
+    }
+    EXPECT_EQ(calls(), expected);
+}
+
+}  // namespace
+}  // namespace korvex::test

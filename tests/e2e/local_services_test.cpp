@@ -1,0 +1,431 @@
+// Services of the gateway itself through Apache and the bus: the Z-Wave daemon's radio module
+// (restarted while the watchdog looks away), the FTP and Telnet daemons, the cloud socket
+// settings and their commit with the "icloud" restart, and the test-mode flag.
+#include <ostream>
+#include <string>
+
+#include "tests/support/command_test.h"
+
+namespace korvex::test {
+namespace {
+
+const std::string kPlatform = "com.korvex-labs.www.platform";
+const std::string kDebuger = "com.korvex-labs.www.debuger";
+const std::string kNvram = "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram ";
+const std::string kCommit = kNvram + "commit(s:commit)";
+const std::string kShell = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin doSystem(s:";
+const std::string kSuspendSupervision = "com.korvex-labs.www.debuger com.KorvexLabs.watchdog stopTracking(i:1)";
+const std::string kResumeSupervision = "com.korvex-labs.www.debuger com.KorvexLabs.watchdog stopTracking(i:0)";
+const std::string kRestartCloud = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin restart(s:icloud)";
+
+std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
+std::string set_call(const std::string &key, const std::string &value) {
+    return kNvram + "set(s:" + key + ", s:" + value + ")";
+}
+std::string shell_call(const std::string &line) { return kShell + line + ")"; }
+
+// The calls of a module change whose stored value is `value` and whose read-back picks `device`.
+Calls zwave_calls(const std::string &value, const std::string &device) {
+    return Calls{set_call("zwaveModule", value),
+                 get_call("zwaveModule"),
+                 kSuspendSupervision,
+                 shell_call("killall korvex-sdk"),
+                 shell_call("korvex-sdk -u " + device + " &"),
+                 kCommit,
+                 kResumeSupervision};
+}
+
+class LocalServicesTest : public CommandTest {
+protected:
+    void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
+        EXPECT_EQ(sim().nvram(key), working) << key;
+        EXPECT_EQ(sim().nvram_committed(key), committed) << key;
+    }
+    void platform_rule(const std::string &interface, const std::string &member, const std::string &mode) {
+        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":")" + interface +
+                       R"(","member":")" + member + R"(",)" + mode + "}");
+    }
+    void nvram_rule(const std::string &member, const std::string &mode) {
+        platform_rule("com.KorvexLabs.platform.nvram", member, mode);
+    }
+    void read_back_as(const std::string &text) {
+        nvram_rule("get", R"("mode":"values","signature":"s","values":[")" + text + R"("])");
+    }
+};
+
+// ---- Z-Wave radio module ----
+
+TEST_F(LocalServicesTest, SetzwavemoduleUsbRestartsTheSdkOnTheStickWhileSupervisionIsSuspended) {
+    EXPECT_EQ(run("setzwavemodule=usb"), "usb<br>setzwavemodule done");
+    EXPECT_EQ(calls(), zwave_calls("usb", "/dev/ttyACM0"));
+    expect_stored("zwaveModule", "usb", "usb");
+}
+
+struct SerialModule {
+    const char *command;  // test name
+    const char *query_value;
+    const char *value;
+};
+void PrintTo(const SerialModule &p, std::ostream *os) { *os << p.command; }
+
+class ZwaveSerialTest : public LocalServicesTest, public ::testing::WithParamInterface<SerialModule> {};
+
+// Only "usb", byte for byte, selects the stick; everything else runs on the serial module.
+TEST_P(ZwaveSerialTest, EveryOtherValueRestartsTheSdkOnTheSerialModule) {
+    sim().nvram_put("zwaveModule", "usb", true);
+    EXPECT_EQ(run(std::string("setzwavemodule=") + GetParam().query_value),
+              std::string(GetParam().value) + "<br>setzwavemodule done");
+    EXPECT_EQ(calls(), zwave_calls(GetParam().value, "/dev/ttyS0"));
+    expect_stored("zwaveModule", GetParam().value, GetParam().value);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, ZwaveSerialTest,
+                         ::testing::Values(SerialModule{"upper_case", "USB", "USB"},
+                                           SerialModule{"serial", "serial", "serial"},
+                                           SerialModule{"trailing_blank", "usb%20", "usb "},
+                                           SerialModule{"longer", "usb2", "usb2"},
+                                           SerialModule{"shorter", "us", "us"},
+                                           SerialModule{"empty", "", ""}),
+                         CommandName());
+
+// The module is chosen, and printed, by what the platform reads back, not by the value given.
+TEST_F(LocalServicesTest, SetzwavemoduleFollowsTheReadBackValue) {
+    read_back_as("usb");
+    EXPECT_EQ(run("setzwavemodule=serial"), "usb<br>setzwavemodule done");
+    EXPECT_EQ(calls(), zwave_calls("serial", "/dev/ttyACM0"));
+    expect_stored("zwaveModule", "serial", "serial");
+}
+
+TEST_F(LocalServicesTest, SetzwavemoduleReadBackOfAnotherModuleSelectsTheSerialModule) {
+    read_back_as("USB");
+    EXPECT_EQ(run("setzwavemodule=usb"), "USB<br>setzwavemodule done");
+    EXPECT_EQ(calls(), zwave_calls("usb", "/dev/ttyS0"));
+    expect_stored("zwaveModule", "usb", "usb");
+}
+
+TEST_F(LocalServicesTest, SetzwavemoduleWithoutReadBackUsesTheSerialModuleAndPrintsNull) {
+    nvram_rule("get", R"("mode":"error")");
+    EXPECT_EQ(run("setzwavemodule=usb"), "(null)<br>setzwavemodule done");
+    EXPECT_EQ(calls(), zwave_calls("usb", "/dev/ttyS0"));
+    expect_stored("zwaveModule", "usb", "usb");
+}
+
+TEST_F(LocalServicesTest, SetzwavemoduleWithoutTheWatchdogStillRestartsTheSdk) {
+    sim().set_absent(kDebuger, true);
+    EXPECT_EQ(run("setzwavemodule=usb"), "usb<br>setzwavemodule done");
+    EXPECT_EQ(calls(), (Calls{set_call("zwaveModule", "usb"), get_call("zwaveModule"),
+                              shell_call("killall korvex-sdk"), shell_call("korvex-sdk -u /dev/ttyACM0 &"),
+                              kCommit}));
+    expect_stored("zwaveModule", "usb", "usb");
+}
+
+TEST_F(LocalServicesTest, SetzwavemoduleIsDoneWhenEveryCallIsRefused) {
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.debuger","mode":"error"})");
+    platform_rule("com.KorvexLabs.platform.admin", "doSystem", R"("mode":"error")");
+    nvram_rule("commit", R"("mode":"error")");
+    EXPECT_EQ(run("setzwavemodule=usb"), "usb<br>setzwavemodule done");
+    EXPECT_EQ(calls(), zwave_calls("usb", "/dev/ttyACM0"));
+    expect_stored("zwaveModule", "usb", "serial");
+}
+
+// Each of the two daemon lines waits at most 5 s for the platform.
+TEST_F(LocalServicesTest, SetzwavemoduleWaitsFiveSecondsForTheStopLine) {
+    platform_rule("com.KorvexLabs.platform.admin", "doSystem", R"("mode":"silent","times":1)");
+    EXPECT_EQ(run("setzwavemodule=usb"), "usb<br>setzwavemodule done");
+    EXPECT_GE(elapsed_ms(), 4900);
+    EXPECT_LT(elapsed_ms(), 6500);
+    EXPECT_EQ(calls(), zwave_calls("usb", "/dev/ttyACM0"));
+}
+
+TEST_F(LocalServicesTest, SetzwavemoduleWaitsFiveSecondsForTheStartLine) {
+    // The narrower rule answers the stop line; once used up, the wider one leaves the start
+    // line without an answer.
+    platform_rule("com.KorvexLabs.platform.admin", "doSystem", R"("mode":"default","times":1)");
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"doSystem","mode":"silent"})");
+    EXPECT_EQ(run("setzwavemodule=usb"), "usb<br>setzwavemodule done");
+    EXPECT_GE(elapsed_ms(), 4900);
+    EXPECT_LT(elapsed_ms(), 6500);
+    EXPECT_EQ(calls(), zwave_calls("usb", "/dev/ttyACM0"));
+}
+
+TEST_F(LocalServicesTest, SetzwavemoduleWaitsOneSecondForEachWatchdogCall) {
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.debuger","mode":"silent"})");
+    EXPECT_EQ(run("setzwavemodule=usb"), "usb<br>setzwavemodule done");
+    EXPECT_GE(elapsed_ms(), 1900);
+    EXPECT_LT(elapsed_ms(), 3500);
+    EXPECT_EQ(calls(), zwave_calls("usb", "/dev/ttyACM0"));
+}
+
+// ---- FTP daemon: stored and committed whatever the value; "1" starts, "0" stops ----
+
+TEST_F(LocalServicesTest, EnableFtpdOneStoresCommitsAndStartsTheDaemon) {
+    EXPECT_EQ(run("enableFtpd=1"), "1<br>enableFtpd done");
+    EXPECT_EQ(calls(), (Calls{set_call("enableFtpd", "1"), get_call("enableFtpd"), kCommit,
+                              shell_call("ftpd.sh &")}));
+    expect_stored("enableFtpd", "1", "1");
+}
+
+TEST_F(LocalServicesTest, EnableFtpdZeroStoresCommitsAndStopsTheDaemon) {
+    sim().nvram_put("enableFtpd", "1", true);
+    EXPECT_EQ(run("enableFtpd=0"), "0<br>enableFtpd done");
+    EXPECT_EQ(calls(), (Calls{set_call("enableFtpd", "0"), get_call("enableFtpd"), kCommit,
+                              shell_call("killall inetd")}));
+    expect_stored("enableFtpd", "0", "0");
+}
+
+struct FtpdValue {
+    const char *command;  // test name
+    const char *query_value;
+    const char *value;
+};
+void PrintTo(const FtpdValue &p, std::ostream *os) { *os << p.command; }
+
+class FtpdOtherValueTest : public LocalServicesTest, public ::testing::WithParamInterface<FtpdValue> {};
+
+TEST_P(FtpdOtherValueTest, IsStoredAndCommittedButFailsWithoutSwitching) {
+    EXPECT_EQ(run(std::string("enableFtpd=") + GetParam().query_value),
+              std::string(GetParam().value) + "<br>enableFtpd failed");
+    EXPECT_EQ(calls(), (Calls{set_call("enableFtpd", GetParam().value), get_call("enableFtpd"), kCommit}));
+    expect_stored("enableFtpd", GetParam().value, GetParam().value);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, FtpdOtherValueTest,
+                         ::testing::Values(FtpdValue{"yes", "yes", "yes"}, FtpdValue{"empty", "", ""},
+                                           FtpdValue{"leading_zero", "01", "01"},
+                                           FtpdValue{"trailing_blank", "1%20", "1 "},
+                                           FtpdValue{"two", "2", "2"}),
+                         CommandName());
+
+TEST_F(LocalServicesTest, EnableFtpdSwitchesByTheReadBackValue) {
+    read_back_as("0");
+    EXPECT_EQ(run("enableFtpd=1"), "0<br>enableFtpd done");
+    EXPECT_EQ(calls(), (Calls{set_call("enableFtpd", "1"), get_call("enableFtpd"), kCommit,
+                              shell_call("killall inetd")}));
+    expect_stored("enableFtpd", "1", "1");
+}
+
+TEST_F(LocalServicesTest, EnableFtpdWithoutReadBackFailsAndPrintsNull) {
+    nvram_rule("get", R"("mode":"error")");
+    EXPECT_EQ(run("enableFtpd=1"), "(null)<br>enableFtpd failed");
+    EXPECT_EQ(calls(), (Calls{set_call("enableFtpd", "1"), get_call("enableFtpd"), kCommit}));
+    expect_stored("enableFtpd", "1", "1");
+}
+
+TEST_F(LocalServicesTest, EnableFtpdIsDoneWhenTheShellLineIsRefused) {
+    platform_rule("com.KorvexLabs.platform.admin", "doSystem", R"("mode":"error")");
+    EXPECT_EQ(run("enableFtpd=1"), "1<br>enableFtpd done");
+    EXPECT_EQ(calls(), (Calls{set_call("enableFtpd", "1"), get_call("enableFtpd"), kCommit,
+                              shell_call("ftpd.sh &")}));
+}
+
+// ---- Telnet daemon: switched only, nothing stored ----
+
+TEST_F(LocalServicesTest, EnableTelnetdOneStartsTheDaemon) {
+    EXPECT_EQ(run("enableTelnetd=1"), "enableTelnetd done");
+    EXPECT_EQ(calls(), Calls{shell_call("telnetd &")});
+}
+
+TEST_F(LocalServicesTest, EnableTelnetdZeroStopsTheDaemon) {
+    EXPECT_EQ(run("enableTelnetd=0"), "enableTelnetd done");
+    EXPECT_EQ(calls(), Calls{shell_call("killall telnetd")});
+}
+
+TEST_F(LocalServicesTest, EnableTelnetdIsDoneWhenTheShellLineIsRefused) {
+    platform_rule("com.KorvexLabs.platform.admin", "doSystem", R"("mode":"error")");
+    EXPECT_EQ(run("enableTelnetd=1"), "enableTelnetd done");
+    EXPECT_EQ(calls(), Calls{shell_call("telnetd &")});
+}
+
+TEST_F(LocalServicesTest, EnableTelnetdRefusesEveryOtherValueWithoutACall) {
+    EXPECT_EQ(run("enableTelnetd=2"), "enableTelnetd failed");
+    EXPECT_EQ(run("enableTelnetd="), "enableTelnetd failed");
+    EXPECT_EQ(run("enableTelnetd=on"), "enableTelnetd failed");
+    EXPECT_EQ(run("enableTelnetd=1%20"), "enableTelnetd failed");
+    EXPECT_EQ(run("enableTelnetd=01"), "enableTelnetd failed");
+    EXPECT_EQ(calls(), Calls{});
+}
+
+// ---- Cloud socket settings and the test-mode flag: stored, read back, printed ----
+
+struct ReadBackSetter {
+    const char *command;
+    const char *key;
+    bool commits;
+    const char *factory;
+};
+void PrintTo(const ReadBackSetter &p, std::ostream *os) { *os << p.command; }
+
+class ReadBackSetterTest : public LocalServicesTest, public ::testing::WithParamInterface<ReadBackSetter> {
+protected:
+    Calls expected(const std::string &value) const {
+        Calls expected{set_call(GetParam().key, value)};
+        if (GetParam().commits) expected.push_back(kCommit);
+        expected.push_back(get_call(GetParam().key));
+        return expected;
+    }
+    // Working copy `value`; committed too when the command commits, else still the factory one.
+    void expect_kept(const std::string &value) {
+        expect_stored(GetParam().key, value, GetParam().commits ? value : GetParam().factory);
+    }
+    std::string command() const { return GetParam().command; }
+};
+
+TEST_P(ReadBackSetterTest, StoresAndPrintsTheValueReadBack) {
+    EXPECT_EQ(run(command() + "=cloud.example.net%3A4443"), "cloud.example.net:4443<br>" + command() + " done");
+    EXPECT_EQ(calls(), expected("cloud.example.net:4443"));
+    expect_kept("cloud.example.net:4443");
+}
+
+TEST_P(ReadBackSetterTest, PrintsWhatThePlatformReadsBackNotTheValueGiven) {
+    read_back_as("platform <text>");
+    EXPECT_EQ(run(command() + "=9"), "platform <text><br>" + command() + " done");
+    EXPECT_EQ(calls(), expected("9"));
+    expect_kept("9");
+}
+
+TEST_P(ReadBackSetterTest, StoresTheEmptyValue) {
+    EXPECT_EQ(run(command() + "="), "<br>" + command() + " done");
+    EXPECT_EQ(calls(), expected(""));
+    expect_kept("");
+}
+
+TEST_P(ReadBackSetterTest, WithoutReadBackPrintsNullAndIsDone) {
+    nvram_rule("get", R"("mode":"error")");
+    EXPECT_EQ(run(command() + "=7"), "(null)<br>" + command() + " done");
+    EXPECT_EQ(calls(), expected("7"));
+    expect_kept("7");
+}
+
+TEST_P(ReadBackSetterTest, IsDoneWhenThePlatformRefusesEverything) {
+    nvram_rule("set", R"("mode":"error")");
+    nvram_rule("commit", R"("mode":"error")");
+    nvram_rule("get", R"("mode":"error")");
+    EXPECT_EQ(run(command() + "=7"), "(null)<br>" + command() + " done");
+    EXPECT_EQ(calls(), expected("7"));
+    expect_stored(GetParam().key, GetParam().factory, GetParam().factory);
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, ReadBackSetterTest,
+                         ::testing::Values(ReadBackSetter{"setsocketaddr", "socketAddr", true, "203.0.113.25"},
+                                           ReadBackSetter{"setsocketport", "socketPort", true, "8883"},
+                                           ReadBackSetter{"setsocketsec", "socketSec", false, "1"},
+                                           ReadBackSetter{"settestmode", "testmode", true, "0"}),
+                         CommandName());
+
+struct Getter {
+    const char *command;
+    const char *key;
+};
+void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
+
+class LocalGetterTest : public LocalServicesTest, public ::testing::WithParamInterface<Getter> {};
+
+TEST_P(LocalGetterTest, PrintsTheStoredText) {
+    sim().nvram_put(GetParam().key, "v <7> \"x\"", true);
+    EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
+              std::string("v <7> \"x\"<br>") + GetParam().command + " done");
+    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
+}
+
+TEST_P(LocalGetterTest, PrintsTheWorkingCopy) {
+    sim().nvram_put(GetParam().key, "uncommitted", false);
+    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("uncommitted<br>") + GetParam().command + " done");
+}
+
+TEST_P(LocalGetterTest, EmptyTextPrintsAnEmptyLine) {
+    sim().nvram_put(GetParam().key, "", true);
+    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("<br>") + GetParam().command + " done");
+}
+
+TEST_P(LocalGetterTest, NoReplyPrintsNullAndIsDone) {
+    nvram_rule("get", R"("mode":"error")");
+    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
+    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, LocalGetterTest,
+                         ::testing::Values(Getter{"getzwavemodule", "zwaveModule"},
+                                           Getter{"getsocketport", "socketPort"},
+                                           Getter{"getsocketsec", "socketSec"}, Getter{"gettestmode", "testmode"}),
+                         CommandName());
+
+TEST_F(LocalServicesTest, FactorySettings) {
+    EXPECT_EQ(run("getzwavemodule=&getsocketaddr=&getsocketport=&getsocketsec=&gettestmode="),
+              "serial<br>getzwavemodule done203.0.113.25<br>getsocketaddr done8883<br>getsocketport done"
+              "1<br>getsocketsec done0<br>gettestmode done");
+}
+
+TEST_F(LocalServicesTest, GetzwavemodulePrintsTheModuleJustSet) {
+    EXPECT_EQ(run("setzwavemodule=usb&getzwavemodule="), "usb<br>setzwavemodule doneusb<br>getzwavemodule done");
+}
+
+// ---- Cloud socket address: printed as stored, then as resolved when that differs ----
+
+TEST_F(LocalServicesTest, GetsocketaddrPrintsANumericAddressOnce) {
+    sim().nvram_put("socketAddr", "10.0.0.5", true);
+    EXPECT_EQ(run("getsocketaddr="), "10.0.0.5<br>getsocketaddr done");
+    EXPECT_EQ(calls(), Calls{get_call("socketAddr")});
+}
+
+TEST_F(LocalServicesTest, GetsocketaddrPrintsAHostNameThenItsAddress) {
+    sim().nvram_put("socketAddr", "localhost", true);
+    EXPECT_EQ(run("getsocketaddr="), "localhost<br>127.0.0.1<br>getsocketaddr done");
+    EXPECT_EQ(calls(), Calls{get_call("socketAddr")});
+}
+
+TEST_F(LocalServicesTest, GetsocketaddrPrintsAnUnresolvableNameOnce) {
+    sim().nvram_put("socketAddr", "no-such-host.invalid", true);
+    EXPECT_EQ(run("getsocketaddr="), "no-such-host.invalid<br>getsocketaddr done");
+    EXPECT_EQ(calls(), Calls{get_call("socketAddr")});
+}
+
+TEST_F(LocalServicesTest, GetsocketaddrPrintsAnEmptyAddressOnce) {
+    sim().nvram_put("socketAddr", "", true);
+    EXPECT_EQ(run("getsocketaddr="), "<br>getsocketaddr done");
+}
+
+TEST_F(LocalServicesTest, GetsocketaddrWithoutReplyPrintsNullOnce) {
+    nvram_rule("get", R"("mode":"error")");
+    EXPECT_EQ(run("getsocketaddr="), "(null)<br>getsocketaddr done");
+    EXPECT_EQ(calls(), Calls{get_call("socketAddr")});
+}
+
+TEST_F(LocalServicesTest, GetsocketaddrResolvesTheAddressJustSet) {
+    EXPECT_EQ(run("setsocketaddr=localhost&getsocketaddr="),
+              "localhost<br>setsocketaddr donelocalhost<br>127.0.0.1<br>getsocketaddr done");
+    EXPECT_EQ(calls(), (Calls{set_call("socketAddr", "localhost"), kCommit, get_call("socketAddr"),
+                              get_call("socketAddr")}));
+}
+
+// ---- Commit of the socket settings and the cloud restart ----
+
+TEST_F(LocalServicesTest, SocketcommitCommitsThenRestartsTheCloudService) {
+    EXPECT_EQ(run("socketcommit="), "socketcommit done");
+    EXPECT_EQ(calls(), (Calls{kCommit, kRestartCloud}));
+}
+
+TEST_F(LocalServicesTest, SocketcommitCommitsTheSecuritySetting) {
+    EXPECT_EQ(run("setsocketsec=2"), "2<br>setsocketsec done");
+    expect_stored("socketSec", "2", "1");
+    EXPECT_EQ(run("socketcommit="), "socketcommit done");
+    expect_stored("socketSec", "2", "2");
+    EXPECT_EQ(calls(), (Calls{set_call("socketSec", "2"), get_call("socketSec"), kCommit, kRestartCloud}));
+}
+
+TEST_F(LocalServicesTest, SocketcommitIsDoneWhenThePlatformRefuses) {
+    nvram_rule("commit", R"("mode":"error")");
+    platform_rule("com.KorvexLabs.platform.admin", "restart", R"("mode":"error")");
+    sim().nvram_put("socketPort", "9999", false);
+    EXPECT_EQ(run("socketcommit="), "socketcommit done");
+    EXPECT_EQ(calls(), (Calls{kCommit, kRestartCloud}));
+    expect_stored("socketPort", "9999", "8883");
+}
+
+TEST_F(LocalServicesTest, SocketcommitIsDoneWithoutThePlatform) {
+    sim().set_absent(kPlatform, true);
+    EXPECT_EQ(run("socketcommit=x"), "socketcommit done");
+    EXPECT_EQ(calls(), Calls{});
+}
+
+}  // namespace
+}  // namespace korvex::test

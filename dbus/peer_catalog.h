@@ -158,6 +158,22 @@ inline constexpr int kUpdateStatusArgument = 1;
 // ---- Telldus bridge ----
 inline constexpr DbusCallSpec kTelldusTest433{kTelldus, kIfTelldus433, "test", kTimeoutStringMessage};
 
+// ---- Every method call above, for checks of the whole table ----
+inline constexpr const DbusCallSpec *kAllCalls[] = {
+    &kNvramGet, &kNvramSet, &kNvramCommit, &kNvramGetList, &kDoSystem3s, &kDoSystem5s, &kDoSystem20s,
+    &kDoSystem30s, &kDoSystem120s, &kGetModel, &kRestartP2P, &kRestartService, &kPlatformReboot, &kNetGetMac,
+    &kNetGetIp, &kNetGetNetmask, &kNetGetGateway, &kNetGetDns, &kNetInitInternet, &kConfigReset,
+    &kWifiModeCommit, &kWifiModeGetMd5, &kWifiStaCommand, &kWifiSsidRefresh, &kWeBeHomeRefresh,
+    &kSdkJsonCommand, &kSdkEasyCommand, &kSdkFirmwareVersion, &kSdkFirmwareDate, &kSdkGetAllocated, &kSdkLed,
+    &kAppJsonGetTitles, &kAppJsonGetGroup, &kAppJsonGetAll, &kAppJsonGetEventBySeq,
+    &kAppJsonGetMacroEventBySeq, &kAppDoScene, &kAppJsonSetAll, &kAppJsonDel, &kAppJsonRename,
+    &kAppDoSceneMode, &kAppSetDst, &kAppP2pReconnect, &kAppEnableAstClock, &kAppEnableLock,
+    &kAppSetAstClockLon, &kAppSetAstClockLat, &kAppGetDat, &kAppSendDat, &kAppResetConfig, &kAppBackupConfig,
+    &kAppRestoreConfig, &kAppRestoreConfig2, &kMemoryDebug, &kSocketCommand, &kWatchdogOomList,
+    &kWatchdogFwVersionForCheck, &kWatchdogFwVersionForUpdate, &kWatchdogStopTracking, &kCheckUpdateStatus,
+    &kUpdateStatus, &kTelldusTest433
+};
+
 // ---- Broadcast signals (no destination, no reply) ----
 inline constexpr char kSignalAlive[] = "alive";
 inline constexpr char kSignalRewriteEntire[] = "rewriteEntire";

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 namespace {
 
 using namespace korvex;
@@ -58,6 +60,16 @@ TEST(ValueChecks, WifiTextLengthAllowsThirtyTwoBytes) {
     EXPECT_TRUE(check::wifi_text_length(""));
     EXPECT_TRUE(check::wifi_text_length(std::string(32, 'x').c_str()));
     EXPECT_FALSE(check::wifi_text_length(std::string(33, 'x').c_str()));
+}
+
+TEST(ValueChecks, AccountTextLengthAllowsSixtyThreeBytes) {
+    EXPECT_TRUE(check::account_text_length(std::string(63, 'x').c_str()));
+    EXPECT_FALSE(check::account_text_length(std::string(64, 'x').c_str()));
+    // Bytes, not characters: 31 two-byte letters and one byte are 63 bytes.
+    std::string letters;
+    for (int i = 0; i < 31; ++i) letters += "\xC3\xA9";
+    EXPECT_TRUE(check::account_text_length((letters + "x").c_str()));
+    EXPECT_FALSE(check::account_text_length((letters + "xy").c_str()));
 }
 
 TEST(ValueChecks, NotEmpty) {

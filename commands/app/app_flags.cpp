@@ -10,12 +10,7 @@
 
 namespace {
 
-using korvex::shape::Echo;
-using korvex::shape::Notify;
-using korvex::shape::print_nvram;
-using korvex::shape::Reply;
-using korvex::shape::store;
-using korvex::shape::StoreRule;
+using namespace korvex::shape;
 namespace peer = korvex::peer;
 
 // The text the SDK daemon gets when the user data or a check-box set changed.

@@ -13,11 +13,7 @@
 
 namespace {
 
-using korvex::shape::gateway_model;
-using korvex::shape::print_number;
-using korvex::shape::print_reply;
-using korvex::shape::Reply;
-using korvex::shape::run_shell;
+using namespace korvex::shape;
 namespace peer = korvex::peer;
 namespace updater = korvex::updater;
 

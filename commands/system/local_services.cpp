@@ -13,16 +13,7 @@
 
 namespace {
 
-using korvex::shape::Echo;
-using korvex::shape::Notify;
-using korvex::shape::print_nvram;
-using korvex::shape::print_reply;
-using korvex::shape::Reply;
-using korvex::shape::run_shell;
-using korvex::shape::ServiceSwitch;
-using korvex::shape::store;
-using korvex::shape::StoreRule;
-using korvex::shape::switch_service;
+using namespace korvex::shape;
 namespace peer = korvex::peer;
 
 constexpr char kZwaveModuleKey[] = "zwaveModule";

@@ -13,14 +13,7 @@
 
 namespace {
 
-using korvex::shape::Echo;
-using korvex::shape::Notify;
-using korvex::shape::print_nvram;
-using korvex::shape::print_reply;
-using korvex::shape::Reply;
-using korvex::shape::run_shell;
-using korvex::shape::store;
-using korvex::shape::StoreRule;
+using namespace korvex::shape;
 namespace peer = korvex::peer;
 
 constexpr char kTutkUuidKey[] = "TUTK_UUID";

@@ -13,10 +13,7 @@
 
 namespace {
 
-using korvex::shape::print_nvram;
-using korvex::shape::print_reply;
-using korvex::shape::Reply;
-using korvex::shape::run_shell;
+using namespace korvex::shape;
 namespace peer = korvex::peer;
 
 constexpr char kTelldusSecretKey[] = "TelldusSecret";

@@ -10,13 +10,7 @@
 
 namespace {
 
-using korvex::shape::Echo;
-using korvex::shape::Notify;
-using korvex::shape::print_nvram;
-using korvex::shape::Reply;
-using korvex::shape::run_shell;
-using korvex::shape::store;
-using korvex::shape::StoreRule;
+using namespace korvex::shape;
 namespace peer = korvex::peer;
 namespace check = korvex::check;
 

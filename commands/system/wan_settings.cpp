@@ -12,14 +12,7 @@
 
 namespace {
 
-using korvex::shape::Echo;
-using korvex::shape::Notify;
-using korvex::shape::print_nvram;
-using korvex::shape::relay;
-using korvex::shape::Reply;
-using korvex::shape::store;
-using korvex::shape::StoreRule;
-using korvex::shape::ValueCheck;
+using namespace korvex::shape;
 namespace peer = korvex::peer;
 namespace check = korvex::check;
 

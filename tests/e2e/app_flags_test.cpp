@@ -28,11 +28,6 @@ class AppFlagsTest : public CommandTest {
         sim().set_rule(R"({"destination":"com.korvex-labs.www.app","interface":"com.KorvexLabs.app","member":")" +
                        member + R"(",)" + mode + "}");
     }
-    void nvram_rule(const std::string &member, const std::string &mode) {
-        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
-                       R"("com.KorvexLabs.platform.nvram","member":")" +
-                       member + R"(",)" + mode + "}");
-    }
     void expect_committed(const std::string &key, const std::string &value) {
         EXPECT_EQ(sim().nvram(key), value) << key;
         EXPECT_EQ(sim().nvram_committed(key), value) << key;

@@ -69,11 +69,6 @@ class FirmwareTest : public CommandTest {
         log_before_ = env().error_log_size();
     }
 
-    void rule(const std::string &destination, const std::string &interface, const std::string &member,
-              const std::string &mode) {
-        sim().set_rule(R"({"destination":")" + destination + R"(","interface":")" + interface +
-                       R"(","member":")" + member + R"(",)" + mode + "}");
-    }
     void shell_rule(const std::string &mode) { rule(kPlatform, kIfAdmin, "doSystem", mode); }
     void model_rule(const std::string &mode) { rule(kPlatform, kIfAdmin, "getModel", mode); }
     void watchdog_rule(const std::string &mode) { rule(kDebuger, kIfWatchdog, "getfwver", mode); }

@@ -52,14 +52,6 @@ protected:
         EXPECT_EQ(sim().nvram(key), working) << key;
         EXPECT_EQ(sim().nvram_committed(key), committed) << key;
     }
-    void rule(const std::string &destination, const std::string &interface, const std::string &member,
-              const std::string &mode) {
-        sim().set_rule(R"({"destination":")" + destination + R"(","interface":")" + interface +
-                       R"(","member":")" + member + R"(",)" + mode + "}");
-    }
-    void nvram_rule(const std::string &member, const std::string &mode) {
-        rule(kPlatform, "com.KorvexLabs.platform.nvram", member, mode);
-    }
 };
 
 // The host-name commands change the host name of whatever UTS namespace the server runs in.

@@ -41,13 +41,6 @@ protected:
         EXPECT_EQ(sim().nvram(key), working) << key;
         EXPECT_EQ(sim().nvram_committed(key), committed) << key;
     }
-    void platform_rule(const std::string &interface, const std::string &member, const std::string &mode) {
-        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":")" + interface +
-                       R"(","member":")" + member + R"(",)" + mode + "}");
-    }
-    void nvram_rule(const std::string &member, const std::string &mode) {
-        platform_rule("com.KorvexLabs.platform.nvram", member, mode);
-    }
     void read_back_as(const std::string &text) {
         nvram_rule("get", R"("mode":"values","signature":"s","values":[")" + text + R"("])");
     }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/support/command_test.h"
+#include "tests/support/shell_words.h"
 
 namespace korvex::test {
 namespace {
@@ -45,51 +46,9 @@ std::string set_call(const std::string &key, const std::string &value) {
 }
 std::string shell_call(const std::string &line) { return kShell + line + ")"; }
 
-// A value as it goes into a query: everything but letters, digits and "-._" escaped.
-std::string query_escape(const std::string &text) {
-    static const char kHex[] = "0123456789ABCDEF";
-    std::string escaped;
-    for (unsigned char c : text) {
-        if (std::isalnum(c) || c == '-' || c == '.' || c == '_') {
-            escaped += static_cast<char>(c);
-        } else {
-            escaped += '%';
-            escaped += kHex[c >> 4];
-            escaped += kHex[c & 15];
-        }
-    }
-    return escaped;
-}
-
-// Has /bin/sh run `line` with its program replaced by a printer of its arguments, and
-// returns what it printed: one "[word]" per argument. Anything else the line would run
-// adds to the output.
-std::string shell_words(const std::string &line, const std::string &program) {
-    if (line.rfind(program + " ", 0) != 0) {
-        ADD_FAILURE() << "not a line of " << program << ": " << line;
-        return "";
-    }
-    const std::string script = "printf '[%s]'" + line.substr(program.size()) + "\nwait\n";
-    FILE *sh = popen(script.c_str(), "r");
-    if (sh == nullptr) {
-        ADD_FAILURE() << "popen failed";
-        return "";
-    }
-    std::string output;
-    char buffer[512];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, sh)) > 0) output.append(buffer, n);
-    EXPECT_EQ(pclose(sh), 0) << line;
-    return output;
-}
 
 class P2pTest : public CommandTest {
 protected:
-    void nvram_rule(const std::string &member, const std::string &mode) {
-        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
-                       R"("com.KorvexLabs.platform.nvram","member":")" +
-                       member + R"(",)" + mode + "}");
-    }
     void admin_rule(const std::string &member, const std::string &mode) {
         sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
                        R"("com.KorvexLabs.platform.admin","member":")" +
@@ -149,7 +108,7 @@ TEST_F(P2pTest, SetTutkUuidQuotesASetReplyThatIsNoPlainWord) {
     const std::string id = kNewId;
     EXPECT_EQ(run("setTUTKuuid=" + id), "two words;echo INJECTED<br>setTUTKuuid done");
     EXPECT_EQ(calls(), tutk_start(id, "P2PTunnelServer 'two words;echo INJECTED' admin 888888 " + kFactorySsid + "&"));
-    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+    EXPECT_EQ(shell_words_of_line(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
               "[two words;echo INJECTED][admin][888888][" + kFactorySsid + "]");
 }
 
@@ -202,7 +161,7 @@ TEST_F(P2pTest, SetTutkUuidKeepsEveryAccountTextOneShellWord) {
     const std::string line =
         "P2PTunnelServer " + id + " " + kHostileUserWord + " " + kHostilePasswordWord + " " + kHostileSsidWord + "&";
     EXPECT_EQ(calls(), tutk_start(id, line));
-    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+    EXPECT_EQ(shell_words_of_line(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
               "[" + id + "][" + kHostileUser + "][" + kHostilePassword + "][" + kHostileSsid + "]");
 }
 
@@ -212,7 +171,7 @@ TEST_F(P2pTest, SetTutkUuidKeepsAHostileIdentifierOneShellWord) {
     EXPECT_EQ(run("setTUTKuuid=" + query_escape(id)), id + "<br>setTUTKuuid done");
     EXPECT_EQ(calls(), tutk_start(id, R"(P2PTunnelServer 'ID;echo INJECTED '\''x'\''' admin 888888 )" +
                                           kFactorySsid + "&"));
-    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+    EXPECT_EQ(shell_words_of_line(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
               "[" + id + "][admin][888888][" + kFactorySsid + "]");
     expect_stored("TUTK_UUID", id, id);
 }
@@ -222,7 +181,7 @@ TEST_F(P2pTest, SetTutkUuidPassesAnEmptyPasswordAsAnEmptyWord) {
     const std::string id = kNewId;
     EXPECT_EQ(run("setTUTKuuid=" + id), id + "<br>setTUTKuuid done");
     EXPECT_EQ(calls(), tutk_start(id, "P2PTunnelServer " + id + " admin '' " + kFactorySsid + "&"));
-    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+    EXPECT_EQ(shell_words_of_line(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
               "[" + id + "][admin][][" + kFactorySsid + "]");
 }
 
@@ -232,7 +191,7 @@ TEST_F(P2pTest, SetTutkUuidWithUnreadableAccountPassesNullWords) {
     const std::string id = kNewId;
     EXPECT_EQ(run("setTUTKuuid=" + id), id + "<br>setTUTKuuid done");
     EXPECT_EQ(calls(), tutk_start(id, "P2PTunnelServer " + id + " '(null)' '(null)' '(null)'&"));
-    EXPECT_EQ(shell_words(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
+    EXPECT_EQ(shell_words_of_line(start_line_of("P2PTunnelServer"), "P2PTunnelServer"),
               "[" + id + "][(null)][(null)][(null)]");
 }
 
@@ -276,7 +235,7 @@ TEST_F(P2pTest, SetOrbwebUuidKeepsEveryAccountTextOneShellWord) {
     EXPECT_EQ(run("setOrbwebuuid=" + id), id + "<br>setOrbwebuuid done");
     EXPECT_EQ(calls(), orbweb_start(id, "orbwebm2m -H " + id + " " + kRendezvous + " -B -U " + kHostileUserWord +
                                             " -P " + kHostilePasswordWord + " &"));
-    EXPECT_EQ(shell_words(start_line_of("orbwebm2m"), "orbwebm2m"),
+    EXPECT_EQ(shell_words_of_line(start_line_of("orbwebm2m"), "orbwebm2m"),
               "[-H][" + id + "][" + kRendezvous + "][-B][-U][" + kHostileUser + "][-P][" + kHostilePassword + "]");
 }
 
@@ -285,7 +244,7 @@ TEST_F(P2pTest, SetOrbwebUuidKeepsAHostileIdentifierOneShellWord) {
     ASSERT_EQ(id.size(), 20u);
     EXPECT_EQ(run("setOrbwebuuid=" + query_escape(id)), id + "<br>setOrbwebuuid done");
     EXPECT_EQ(calls(), orbweb_start(id, "orbwebm2m -H '" + id + "' " + kRendezvous + " -B -U admin -P 888888 &"));
-    EXPECT_EQ(shell_words(start_line_of("orbwebm2m"), "orbwebm2m"),
+    EXPECT_EQ(shell_words_of_line(start_line_of("orbwebm2m"), "orbwebm2m"),
               "[-H][" + id + "][" + kRendezvous + "][-B][-U][admin][-P][888888]");
     expect_stored("UUID", id, id);
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/command_test.h"
+#include "tests/support/shell_words.h"
 
 namespace korvex::test {
 namespace {
@@ -33,43 +34,6 @@ std::string set_call(const std::string &key, const std::string &value) {
 }
 std::string shell_call(const std::string &line) { return kShell + line + ")"; }
 
-// A value as it goes into a query: everything but letters, digits and "-._" escaped.
-std::string query_escape(const std::string &text) {
-    static const char kHex[] = "0123456789ABCDEF";
-    std::string escaped;
-    for (unsigned char c : text) {
-        if (std::isalnum(c) || c == '-' || c == '.' || c == '_') {
-            escaped += static_cast<char>(c);
-        } else {
-            escaped += '%';
-            escaped += kHex[c >> 4];
-            escaped += kHex[c & 15];
-        }
-    }
-    return escaped;
-}
-
-// Has /bin/sh run `line` with its program replaced by a printer of its arguments, and
-// returns what it printed: one "[word]" per argument. Anything else the line would run
-// adds to the output.
-std::string shell_words(const std::string &line, const std::string &program) {
-    if (line.rfind(program + " ", 0) != 0) {
-        ADD_FAILURE() << "not a line of " << program << ": " << line;
-        return "";
-    }
-    const std::string script = "printf '[%s]'" + line.substr(program.size()) + "\nwait\n";
-    FILE *sh = popen(script.c_str(), "r");
-    if (sh == nullptr) {
-        ADD_FAILURE() << "popen failed";
-        return "";
-    }
-    std::string output;
-    char buffer[512];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, sh)) > 0) output.append(buffer, n);
-    EXPECT_EQ(pclose(sh), 0) << line;
-    return output;
-}
 
 // ---- 433 MHz frames, built here bit by bit ----
 
@@ -99,13 +63,6 @@ std::vector<std::string> split_bytes(const std::string &frame) {
 
 class PartnerTest : public CommandTest {
 protected:
-    void platform_rule(const std::string &interface, const std::string &member, const std::string &mode) {
-        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":")" + interface +
-                       R"(","member":")" + member + R"(",)" + mode + "}");
-    }
-    void nvram_rule(const std::string &member, const std::string &mode) {
-        platform_rule("com.KorvexLabs.platform.nvram", member, mode);
-    }
     void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
         EXPECT_EQ(sim().nvram(key), working) << key;
         EXPECT_EQ(sim().nvram_committed(key), committed) << key;
@@ -153,7 +110,7 @@ TEST_F(PartnerTest, SetTelldusSecretKeepsAHostileSecretOneShellWord) {
     EXPECT_EQ(calls(), (Calls{shell_call("killall Telldus"), set_call("TelldusSecret", secret),
                               set_call("WifiMode", "OFF"), kCommit, kGetMac, get_call("TelldusSecret"),
                               shell_call("Telldus " + kMac + R"( 'x;echo '\''Y'\''')")}));
-    EXPECT_EQ(shell_words(start_line_of("Telldus"), "Telldus"), "[" + kMac + "][" + secret + "]");
+    EXPECT_EQ(shell_words_of_line(start_line_of("Telldus"), "Telldus"), "[" + kMac + "][" + secret + "]");
     expect_stored("TelldusSecret", secret, secret);
 }
 
@@ -161,7 +118,7 @@ TEST_F(PartnerTest, SetTelldusSecretQuotesASecretReadBackThatIsNoPlainWord) {
     nvram_rule("get", R"("mode":"values","signature":"s","values":["$(echo INJECTED) && echo INJECTED"])");
     EXPECT_EQ(run("setTelldusSecret=" + kSecret), "$(echo INJECTED) && echo INJECTED<br>setTelldusSecret done");
     EXPECT_EQ(calls().back(), shell_call("Telldus " + kMac + " '$(echo INJECTED) && echo INJECTED'"));
-    EXPECT_EQ(shell_words(start_line_of("Telldus"), "Telldus"), "[" + kMac + "][$(echo INJECTED) && echo INJECTED]");
+    EXPECT_EQ(shell_words_of_line(start_line_of("Telldus"), "Telldus"), "[" + kMac + "][$(echo INJECTED) && echo INJECTED]");
 }
 
 TEST_F(PartnerTest, SetTelldusSecretWithoutEthernetAddressStartsNothingButIsDone) {
@@ -300,7 +257,7 @@ TEST_F(PartnerTest, SetvivotekuuidKeepsAHostileIdentifierOneShellWord) {
     EXPECT_EQ(calls(), (Calls{set_call("VivotekUuid", id), get_call("VivotekUuid"),
                               shell_call("p2pproxyserver 'cam 1'\\'';echo INJECTED;`echo INJECTED`\necho INJECTED' &"),
                               kCommit}));
-    EXPECT_EQ(shell_words(start_line_of("p2pproxyserver"), "p2pproxyserver"), "[" + id + "]");
+    EXPECT_EQ(shell_words_of_line(start_line_of("p2pproxyserver"), "p2pproxyserver"), "[" + id + "]");
     expect_stored("VivotekUuid", id, id);
 }
 

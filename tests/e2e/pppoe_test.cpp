@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/command_test.h"
+#include "tests/support/shell_words.h"
 #include "tests/support/log_lines.h"
 
 namespace korvex::test {
@@ -42,33 +43,6 @@ std::string start_line(const std::string &user_word, const std::string &password
            " -r 1492 -t 1492 -i 0 -I 30 -N 5 -T 5 -C pppoe_down -k -R";
 }
 
-// The words a POSIX shell makes of `args`: "printf '[%s]' <args>" run by /bin/sh. Anything
-// the shell runs besides that printf (a command after ";", a substitution) shows up in the
-// output as well.
-std::string shell_words(const std::string &args) {
-    int out[2];
-    if (pipe(out) != 0) return "<pipe failed>";
-    const std::string script = "printf '[%s]' " + args;
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(out[1], STDOUT_FILENO);
-        dup2(out[1], STDERR_FILENO);
-        close(out[0]);
-        close(out[1]);
-        execl("/bin/sh", "sh", "-c", script.c_str(), static_cast<char *>(nullptr));
-        _exit(127);
-    }
-    close(out[1]);
-    std::string text;
-    char buffer[256];
-    for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<size_t>(n));
-    close(out[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) text += "<exit " + std::to_string(status) + ">";
-    return text;
-}
-
 std::string bracketed(const std::vector<std::string> &words) {
     std::string text;
     for (const std::string &word : words) text += "[" + word + "]";
@@ -77,11 +51,6 @@ std::string bracketed(const std::vector<std::string> &words) {
 
 class PppoeTest : public CommandTest {
   protected:
-    void nvram_rule(const std::string &member, const std::string &mode) {
-        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
-                       R"("com.KorvexLabs.platform.nvram","member":")" +
-                       member + R"(",)" + mode + "}");
-    }
     void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
         EXPECT_EQ(sim().nvram(key), std::optional<std::string>(working)) << key;
         EXPECT_EQ(sim().nvram_committed(key), std::optional<std::string>(committed)) << key;

@@ -28,10 +28,6 @@ protected:
         EXPECT_EQ(sim().nvram(key), working) << key;
         EXPECT_EQ(sim().nvram_committed(key), committed) << key;
     }
-    void platform_rule(const std::string &interface, const std::string &member, const std::string &mode) {
-        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":")" + interface +
-                       R"(","member":")" + member + R"(",)" + mode + "}");
-    }
     // The zone string and offset name of zone number k (from 1).
     static std::string zone(int k) { return sdk_tz_get(k - 1); }
     static std::string zone_name(int k) { return sdk_gmt_get(k - 1); }

@@ -31,11 +31,6 @@ class WanTest : public CommandTest {
         sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":"com.KorvexLabs.platform.net",)"
                        R"("member":")" + member + R"(",)" + mode + "}");
     }
-    void nvram_rule(const std::string &member, const std::string &mode) {
-        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
-                       R"("com.KorvexLabs.platform.nvram","member":")" +
-                       member + R"(",)" + mode + "}");
-    }
     // Stores `value` as both the working and the committed text, so that a later change of
     // either copy shows.
     void put_committed(const std::string &key, const std::string &value) { sim().nvram_put(key, value, true); }

@@ -45,13 +45,6 @@ const char kFactoryWifiMode[] = "AP";
 
 class WifiTest : public CommandTest {
   protected:
-    void platform_rule(const std::string &interface, const std::string &member, const std::string &mode) {
-        sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":")" + interface +
-                       R"(","member":")" + member + R"(",)" + mode + "}");
-    }
-    void nvram_rule(const std::string &member, const std::string &mode) {
-        platform_rule("com.KorvexLabs.platform.nvram", member, mode);
-    }
 };
 
 // ---- SSID and passphrase setters: length rule, working copy only ----

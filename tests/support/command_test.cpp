@@ -36,6 +36,20 @@ Calls CommandTest::calls(size_t expected) { return describe_all(sim_->wait_for_r
 
 void CommandTest::normalise(SimRecord &) {}
 
+void CommandTest::rule(const std::string &destination, const std::string &interface, const std::string &member,
+                       const std::string &mode) {
+    sim_->set_rule(R"({"destination":")" + destination + R"(","interface":")" + interface + R"(","member":")" +
+                   member + R"(",)" + mode + "}");
+}
+
+void CommandTest::platform_rule(const std::string &interface, const std::string &member, const std::string &mode) {
+    rule("com.korvex-labs.www.platform", interface, member, mode);
+}
+
+void CommandTest::nvram_rule(const std::string &member, const std::string &mode) {
+    platform_rule("com.KorvexLabs.platform.nvram", member, mode);
+}
+
 void CommandTest::take_stamp(SimRecord &record, const std::string &key) {
     if (record.member != "set" || record.args.size() != 2 || record.args[0] != "s:" + key) return;
     const std::string stamp = record.args[1].substr(2);

@@ -48,6 +48,14 @@ protected:
     // The same once `expected` calls arrived, or whatever arrived within 5 seconds.
     Calls calls(size_t expected);
 
+    // Behaviour rules (docs/simulator.md): `mode` is the rest of the rule's JSON object,
+    // e.g. R"("mode":"error")" or R"("mode":"values","signature":"i","values":[2])".
+    void rule(const std::string &destination, const std::string &interface, const std::string &member,
+              const std::string &mode);
+    // The same for the platform daemon, and for its settings store.
+    void platform_rule(const std::string &interface, const std::string &member, const std::string &mode);
+    void nvram_rule(const std::string &member, const std::string &mode);
+
     // Rewrites a record before calls() describes it; the default leaves it as it is.
     virtual void normalise(SimRecord &record);
     // For a record setting nvram `key`: checks that the value is a time between sent_at()

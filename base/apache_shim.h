@@ -24,6 +24,7 @@ namespace korvex::http {
 inline constexpr int kOk = OK;
 inline constexpr int kDeclined = DECLINED;
 inline constexpr int kMethodNotAllowed = HTTP_METHOD_NOT_ALLOWED;
+inline constexpr int kInternalServerError = HTTP_INTERNAL_SERVER_ERROR;
 }  // namespace korvex::http
 
 #undef OK

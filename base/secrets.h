@@ -1,8 +1,28 @@
-// What a log record shows in place of a password, passphrase or account secret.
+// The one place that decides which settings are secrets: passwords, passphrases and
+// account secrets. No log record shows the value of one; it shows kMaskedSecret instead.
 #pragma once
+
+#include <cstring>
 
 namespace korvex {
 
 inline constexpr char kMaskedSecret[] = "********";
+
+// nvram keys (and the status snapshot's members of the same name) that hold secrets.
+inline constexpr const char *kSecretKeys[] = {"SU_PASSWORD", "TUTK_PASSWORD",  "WPAPSK",
+                                              "STA_WPAPSK",  "PPPoE_PassWord", "TelldusSecret"};
+
+inline bool is_secret_key(const char *key) {
+    if (key == nullptr) return false;
+    for (const char *secret : kSecretKeys) {
+        if (std::strcmp(key, secret) == 0) return true;
+    }
+    return false;
+}
+
+// What a log record may show of the value stored under `key`.
+inline const char *loggable_value(const char *key, const char *value) {
+    return is_secret_key(key) ? kMaskedSecret : value;
+}
 
 }  // namespace korvex

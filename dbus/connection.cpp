@@ -12,6 +12,7 @@
 #include "dbus/peer_catalog.h"
 #include "base/log.h"
 #include "base/process_lock.h"
+#include "base/rate_limit.h"
 
 namespace {
 
@@ -26,13 +27,26 @@ std::atomic<unsigned long> g_dropped_messages{0};
 
 int current_tid() { return static_cast<int>(syscall(SYS_gettid)); }
 
+// While the bus is down every call tries to connect and fails the same way: one record a
+// second per child is enough to tell, and the next one says how many were left out.
+korvex::LogRateLimit g_connection_errors(std::chrono::seconds(1));
+
+void log_connection_error(const char *reason) {
+    unsigned left_out = 0;
+    if (!g_connection_errors.allow(korvex::LogRateLimit::Clock::now(), &left_out)) return;
+    if (left_out > 0) {
+        korvex_log_write(KORVEX_LOG_ERROR, "dbus_init", __LINE__, KORVEX_LOG_TAG,
+                         "%u Connection Error records left out\n", left_out);
+    }
+    korvex_log_write(KORVEX_LOG_ERROR, "dbus_init", __LINE__, KORVEX_LOG_TAG, "Connection Error (%s)\n", reason);
+}
+
 // Opens the private connection into `data`. On failure data->conn stays null.
 bool connect_record(DbusData *data, apr_pool_t *pool) {
     korvex::dbus::Error error;
     DBusConnection *conn = dbus_bus_get_private(DBUS_BUS_SYSTEM, error.get());
     if (error.is_set() || conn == nullptr) {
-        korvex_log_write(KORVEX_LOG_ERROR, "dbus_init", __LINE__, KORVEX_LOG_TAG, "Connection Error (%s)\n",
-                         error.is_set() ? error.message() : "no connection");
+        log_connection_error(error.is_set() ? error.message() : "no connection");
         if (conn != nullptr) {
             dbus_connection_close(conn);
             dbus_connection_unref(conn);

@@ -12,6 +12,9 @@
 namespace {
 
 constexpr char kLockFile[] = "/tmp/lockHttpd";
+// A lock on the file itself (the platform default on Linux needs no file at all), so that
+// the lock really is on "/tmp/lockHttpd" and a path that cannot be created is noticed.
+constexpr apr_lockmech_e kLockMechanism = APR_LOCK_FCNTL;
 
 unsigned address_word(const void *p) { return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p)); }
 
@@ -32,7 +35,7 @@ int shm_counter_post_config(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec
             auto *config = static_cast<ModuleConfig *>(apr_pcalloc(pool, sizeof(ModuleConfig)));
             config->table = hash_init(pool);
             config->pool = pool;
-            apr_status_t rv = apr_global_mutex_create(&config->mutex, kLockFile, APR_LOCK_DEFAULT, pool);
+            apr_status_t rv = apr_global_mutex_create(&config->mutex, kLockFile, kLockMechanism, pool);
             if (rv != APR_SUCCESS) {
                 char reason[128];
                 apr_strerror(rv, reason, sizeof reason);

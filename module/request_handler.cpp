@@ -11,6 +11,7 @@
 #include "dbus/primitives.h"
 #include "dbus/signals.h"
 #include "korvex_utils.h"
+#include "module/fault_hooks.h"
 #include "module/request_body.h"
 #include "registry/command_table.h"
 #include "registry/module_config.h"
@@ -125,14 +126,28 @@ constexpr Resource kResources[] = {
     {"get.dat", serve_get_dat},
 };
 
+// Answers echo client values into HTML byte for byte (clients rely on those bytes), so
+// every answer tells the browser to run nothing and to guess no other type. Set among the
+// error headers so that 405 and 500 answers carry them too.
+void forbid_active_content(request_rec *r) {
+    apr_table_setn(r->err_headers_out, "X-Content-Type-Options", "nosniff");
+    apr_table_setn(r->err_headers_out, "Content-Security-Policy", "default-src 'none'; frame-ancestors 'none'");
+}
+
 }  // namespace
 
+// A failure inside the module (an exception) answers 500 with the reason in the log,
+// never a 200 with a cut-off body.
 int korvex_handler(request_rec *r) {
     if (r->handler == nullptr) return korvex::http::kDeclined;
     for (const Resource &resource : kResources) {
         if (std::strcmp(r->handler, resource.handler_name) == 0) {
-            return korvex::guarded(resource.handler_name, korvex::http::kOk,
-                                   [r, &resource] { return resource.serve(r); });
+            forbid_active_content(r);
+            return korvex::guarded(resource.handler_name, korvex::http::kInternalServerError, [r, &resource] {
+                const int status = resource.serve(r);
+                korvex::fault::after_serve(r);
+                return status;
+            });
         }
     }
     return korvex::http::kDeclined;

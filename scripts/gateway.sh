@@ -26,6 +26,9 @@ usage: gateway.sh COMMAND RUN_DIR [ARGS]
   down RUN_DIR          stop everything started for RUN_DIR
   bus-stop RUN_DIR      stop simulator and bus (the server keeps running)
   bus-start RUN_DIR     start bus and simulator again on the same socket
+  sim-stop RUN_DIR      stop the simulator alone (the bus and the server keep running)
+  sim-start RUN_DIR     start the simulator again on the running bus
+  sim-restart RUN_DIR   both, for healing a fault injected into the simulator
   spawn RUN_DIR NAME    start a sleeping process whose argv[0] is NAME; prints its id
   unspawn RUN_DIR ID    stop a process started by spawn
   hostname RUN_DIR      print the host name the server sees
@@ -341,6 +344,17 @@ bus_start() {
     write_env
 }
 
+sim_stop() {
+    stop_record sim 10
+    write_env
+}
+
+sim_start() {
+    is_running bus || die "the bus of $RUN_DIR does not run"
+    start_sim
+    write_env
+}
+
 bus_stop() {
     stop_record sim 10
     stop_record bus 10
@@ -560,6 +574,9 @@ main() {
     down) down ;;
     bus-stop) load_env; bus_stop ;;
     bus-start) load_env; bus_start ;;
+    sim-stop) load_env; sim_stop ;;
+    sim-start) load_env; sim_start ;;
+    sim-restart) load_env; sim_stop; sim_start ;;
     spawn) load_env; spawn "${1:-}" ;;
     unspawn) load_env; unspawn "${1:-}" ;;
     hostname) load_env; server_hostname ;;

@@ -22,6 +22,16 @@ CallRecord make_call_record(DBusMessage *message) {
     return record;
 }
 
+void CallRecords::add(CallRecord record) {
+    while (records_.size() >= limit_) records_.pop_front();
+    records_.push_back(std::move(record));
+}
+
+void CallRecords::set_limit(std::size_t limit) {
+    limit_ = limit > 0 ? limit : 1;
+    while (records_.size() > limit_) records_.pop_front();
+}
+
 std::string CallRecords::to_json() const {
     JsonPtr array(json_array());
     for (const CallRecord &record : records_) {

@@ -3,6 +3,8 @@
 
 #include <dbus/dbus.h>
 
+#include <cstddef>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -20,15 +22,25 @@ struct CallRecord {
 
 CallRecord make_call_record(DBusMessage *message);
 
+// The newest records only, so that a simulator serving a long run keeps flat memory: at
+// the default limit (about 450 bytes a record) the records take some 20 MB at most.
+inline constexpr std::size_t kDefaultRecordLimit = 50000;
+
 class CallRecords {
   public:
-    void add(CallRecord record) { records_.push_back(std::move(record)); }
+    // Adds a record; when the limit is reached the oldest one goes.
+    void add(CallRecord record);
     void clear() { records_.clear(); }
-    // JSON array of objects with the fields of CallRecord.
+    // Keeps at most `limit` (at least 1) of the newest records from now on.
+    void set_limit(std::size_t limit);
+    std::size_t limit() const { return limit_; }
+    std::size_t size() const { return records_.size(); }
+    // JSON array of objects with the fields of CallRecord, oldest first.
     std::string to_json() const;
 
   private:
-    std::vector<CallRecord> records_;
+    std::deque<CallRecord> records_;
+    std::size_t limit_ = kDefaultRecordLimit;
 };
 
 }  // namespace korvex::sim

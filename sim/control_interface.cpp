@@ -43,6 +43,7 @@ DBusMessage *presence_and_value(DBusMessage *call, const std::optional<std::stri
 
 DBusMessage *reset(DBusMessage *call, SimulatorState &state) {
     state.records.clear();
+    state.records.set_limit(kDefaultRecordLimit);
     state.rules.clear();
     std::string error;
     if (!state.names.restore_all(&error))
@@ -77,6 +78,15 @@ DBusMessage *answer_control_call(DBusMessage *call, SimulatorState &state) {
     }
     if (member == "ClearRecords") {
         state.records.clear();
+        return return_with(call, DBUS_TYPE_INVALID);
+    }
+    if (member == "SetRecordLimit") {
+        dbus_uint32_t limit = 0;
+        if (!read_args(call, &error_reply, DBUS_TYPE_UINT32, &limit))
+            return error_reply;
+        if (limit == 0)
+            return invalid_args(call, "the record limit must be at least 1");
+        state.records.set_limit(limit);
         return return_with(call, DBUS_TYPE_INVALID);
     }
     if (member == "SetRule") {

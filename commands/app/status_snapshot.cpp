@@ -13,6 +13,7 @@
 #include "dbus/peer_catalog.h"
 #include "base/absent_text.h"
 #include "base/log.h"
+#include "base/secrets.h"
 #include "registry/handlers.h"
 
 namespace {
@@ -48,7 +49,7 @@ namespace peer = korvex::peer;
 
 constexpr const DbusCallSpec *kNvram = &peer::kNvramGet;
 
-const Row kRows[] = {
+constexpr Row kRows[] = {
     {nullptr, kNvram, "jsonsetall_number", "jsonsetall_number", Kind::kStamp, nullptr, &jsonsetall_number},
     {nullptr, kNvram, "jsongetuserdata_number", "jsongetuserdata_number", Kind::kStamp, nullptr,
      &jsongetuserdata_number},
@@ -74,7 +75,6 @@ const Row kRows[] = {
     {"19.%s\n", kNvram, "language", "language", Kind::kInteger, nullptr, nullptr},
 };
 
-constexpr std::size_t kRowCount = sizeof kRows / sizeof kRows[0];
 
 // Only a version row asks a second question. Decided by the kind, not by comparing the
 // second descriptor's address with null: that is no constant expression when the compiler
@@ -156,8 +156,30 @@ void add_member(request_rec *r, json_t *object, const Row &row, const char *valu
             break;
     }
     if (row.log_format != nullptr) {
-        KLOG_AS(kLogLevel, kHandlerName, row.log_format, korvex::or_absent(logged));
+        KLOG_AS(kLogLevel, kHandlerName, row.log_format, korvex::or_absent(korvex::loggable_value(row.member, logged)));
     }
+}
+
+// The two closing trace lines show the serialised snapshot with its secret members masked.
+// They cost a second serialisation, so only when they are written at all.
+void log_snapshot(json_t *object, const char *text) {
+    if (korvex_log_threshold() > kLogLevel) return;
+    char *masked = nullptr;
+    if (text != nullptr) {
+        json_t *copy = json_deep_copy(object);
+        for (const char *key : korvex::kSecretKeys) {
+            if (copy != nullptr && json_object_get(copy, key) != nullptr) {
+                json_object_set_new(copy, key, json_string(korvex::kMaskedSecret));
+            }
+        }
+        masked = copy != nullptr ? json_dumps(copy, kJsonFlags) : nullptr;
+        json_decref(copy);
+    }
+    KLOG_AS(kLogLevel, kHandlerName, "20.%s\n", korvex::or_absent(masked));
+    if (masked != nullptr) {
+        KLOG_AS(kLogLevel, kHandlerName, "20. %s\n", masked);
+    }
+    std::free(masked);
 }
 
 }  // namespace
@@ -181,10 +203,9 @@ int jsonGetUpdate(request_rec *r, char * /*value*/) {
     }
 
     char *text = json_dumps(object, kJsonFlags);
-    KLOG_AS(kLogLevel, kHandlerName, "20.%s\n", korvex::or_absent(text));
+    log_snapshot(object, text);
     int result = 0;
     if (text != nullptr) {
-        KLOG_AS(kLogLevel, kHandlerName, "20. %s\n", text);
         ap_rprintf(r, "%s<br>", text);
         std::free(text);
         result = 1;

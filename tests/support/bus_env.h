@@ -29,6 +29,8 @@ public:
     int stop_simulator(int timeout_ms = 2000) { return sim_.terminate(timeout_ms); }
     // The simulator's exit status once it ends, or -1 while it still runs after timeout_ms.
     int wait_for_simulator_exit(int timeout_ms) { return sim_.wait_exit(timeout_ms); }
+    // The simulator's process id (-1 when it does not run).
+    pid_t simulator_pid() const { return sim_.pid(); }
     // Ends only the bus daemon, as when the system bus goes away.
     void stop_bus() { bus_.stop(); }
 

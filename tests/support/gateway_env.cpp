@@ -295,6 +295,10 @@ pid_t GatewayEnv::spawn_process(const std::string &name) {
 
 void GatewayEnv::kill_process(pid_t id) { run_script({"unspawn", run_dir_, std::to_string(id)}); }
 
+void GatewayEnv::sim_stop() { run_script({"sim-stop", run_dir_}); }
+
+void GatewayEnv::sim_start() { run_script({"sim-start", run_dir_}); }
+
 void GatewayEnv::bus_stop() {
     run_script({"bus-stop", run_dir_});
     bus_running_ = false;

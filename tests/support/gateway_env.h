@@ -78,6 +78,9 @@ public:
     pid_t spawn_process(const std::string &name);
     void kill_process(pid_t id);
 
+    // Stops / starts the simulator alone; the bus and the server stay.
+    void sim_stop();
+    void sim_start();
     // Stops / restarts dbus-daemon and the simulator on the same socket; the server stays.
     void bus_stop();
     void bus_start();

@@ -134,6 +134,11 @@ std::vector<SimRecord> SimClient::records() {
 
 void SimClient::clear_records() { MessagePtr(call("ClearRecords", DBUS_TYPE_INVALID)); }
 
+void SimClient::set_record_limit(uint32_t limit) {
+    dbus_uint32_t value = limit;
+    MessagePtr(call("SetRecordLimit", DBUS_TYPE_UINT32, &value, DBUS_TYPE_INVALID));
+}
+
 void SimClient::set_rule(const std::string &rule_json) {
     const char *text = rule_json.c_str();
     MessagePtr(call("SetRule", DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID));

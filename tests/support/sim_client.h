@@ -4,6 +4,7 @@
 #include <dbus/dbus.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,6 +37,8 @@ class SimClient {
     void reset();
     std::vector<SimRecord> records();
     void clear_records();
+    // Keeps only the newest `limit` records from now on (Reset restores the default).
+    void set_record_limit(uint32_t limit);
     // Adds or replaces a behaviour rule, e.g.
     // {"destination":"com.korvex-labs.www.sdk","member":"version","mode":"silent"}.
     void set_rule(const std::string &rule_json);

@@ -25,6 +25,7 @@ inline constexpr int kOk = OK;
 inline constexpr int kDeclined = DECLINED;
 inline constexpr int kMethodNotAllowed = HTTP_METHOD_NOT_ALLOWED;
 inline constexpr int kInternalServerError = HTTP_INTERNAL_SERVER_ERROR;
+inline constexpr int kRequestEntityTooLarge = HTTP_REQUEST_ENTITY_TOO_LARGE;
 }  // namespace korvex::http
 
 #undef OK

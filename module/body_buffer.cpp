@@ -20,8 +20,12 @@ bool parse_content_length(const char *text, apr_off_t *length) {
     return true;
 }
 
+apr_off_t body_limit(apr_off_t limit_req_body) {
+    return limit_req_body > 0 && limit_req_body < kModuleBodyLimit ? limit_req_body : kModuleBodyLimit;
+}
+
 apr_off_t body_bound(apr_off_t declared, apr_off_t limit_req_body) {
-    const apr_off_t limit = limit_req_body > 0 ? limit_req_body : kUnlimitedBodyCap;
+    const apr_off_t limit = body_limit(limit_req_body);
     if (declared >= 0 && declared < limit) return declared;
     return limit;
 }

@@ -9,8 +9,12 @@
 
 namespace korvex {
 
-// Upper bound used when the server sets no LimitRequestBody (0 = unlimited).
-inline constexpr apr_off_t kUnlimitedBodyCap = 64 * 1024 * 1024;
+// The most a body read whole into memory may hold, whatever LimitRequestBody says (the
+// smaller of the two wins). Sized for a gateway with 128 MB of RAM and all ten workers busy:
+// a body at the limit costs a worker about three times its size while it is handled
+// (buffer, the argument table's copy, the bus message), some 30 MB for ten of them; the
+// largest real bodies (application data of a few hundred devices) stay well below it.
+inline constexpr apr_off_t kModuleBodyLimit = 1024 * 1024;
 
 // First allocation: one piece of the input filters.
 inline constexpr apr_size_t kBodyInitialCapacity = 8192;
@@ -19,8 +23,12 @@ inline constexpr apr_size_t kBodyInitialCapacity = 8192;
 // False for anything else.
 bool parse_content_length(const char *text, apr_off_t *length);
 
+// The most body bytes a request may bring: LimitRequestBody (0 = unlimited) and
+// kModuleBodyLimit, whichever is smaller.
+apr_off_t body_limit(apr_off_t limit_req_body);
+
 // How many body bytes may be kept: the declared length when there is one (declared >= 0),
-// never more than LimitRequestBody, or than kUnlimitedBodyCap when that limit is 0.
+// never more than body_limit.
 apr_off_t body_bound(apr_off_t declared, apr_off_t limit_req_body);
 
 class BodyBuffer {
@@ -30,6 +38,10 @@ class BodyBuffer {
 
     BodyBuffer(const BodyBuffer &) = delete;
     BodyBuffer &operator=(const BodyBuffer &) = delete;
+
+    // Takes memory for `size` bytes at once (a declared length), so that a body of known
+    // length is held in one block of its own size. False when memory cannot be had.
+    bool expect(apr_size_t size) { return reserve(size); }
 
     // Copies the piece behind the bytes already held. False, keeping nothing of the
     // piece, when the total would pass the bound or memory cannot be had; the buffer then

@@ -95,13 +95,27 @@ void write_spans(apr_file_t *file, const korvex::WriteList &list) {
 
 }  // namespace
 
-char *get_postdata(request_rec *r) {
+char *get_postdata(request_rec *r, BodyStatus *status) {
+    BodyStatus ignored = BodyStatus::kRead;
+    if (status == nullptr) status = &ignored;
+    *status = BodyStatus::kUnusable;
     if (!body_expected(r, __func__)) return nullptr;
     apr_off_t declared = -1;
     if (!declared_length(r, __func__, &declared)) return nullptr;
 
-    // Grown as the data arrives, never past the declared length or the server's limit.
+    const apr_off_t limit = korvex::body_limit(ap_get_limit_req_body(r));
+    if (declared > limit) {
+        KLOG(KORVEX_LOG_ERROR, "Request body larger than %" APR_OFF_T_FMT " bytes.\n", limit);
+        *status = BodyStatus::kTooLarge;
+        return nullptr;
+    }
+    // Grown as the data arrives (in one block when the length is declared), never past the
+    // declared length or the limit.
     korvex::BodyBuffer buffer(r->pool, korvex::body_bound(declared, ap_get_limit_req_body(r)));
+    if (declared > 0 && !buffer.expect(static_cast<apr_size_t>(declared))) {
+        KLOG(KORVEX_LOG_ERROR, "No memory for the request body.\n");
+        return nullptr;
+    }
     apr_bucket_brigade *brigade = apr_brigade_create(r->pool, r->connection->bucket_alloc);
     const LoopEnd end = read_pieces(r, brigade, [&buffer](const char *data, apr_size_t size) {
         return buffer.append(data, size);
@@ -115,11 +129,13 @@ char *get_postdata(request_rec *r) {
     if (end == LoopEnd::kStopped) {
         if (buffer.over_bound()) {
             KLOG(KORVEX_LOG_ERROR, "Request body larger than %" APR_SIZE_T_FMT " bytes.\n", buffer.bound());
+            *status = BodyStatus::kTooLarge;
         } else {
             KLOG(KORVEX_LOG_ERROR, "No memory for the request body.\n");
         }
         return nullptr;
     }
+    *status = BodyStatus::kRead;
     return body;
 }
 

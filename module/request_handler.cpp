@@ -12,6 +12,7 @@
 #include "dbus/signals.h"
 #include "korvex_utils.h"
 #include "module/fault_hooks.h"
+#include "module/request_arguments.h"
 #include "module/request_body.h"
 #include "registry/command_table.h"
 #include "registry/module_config.h"
@@ -27,34 +28,42 @@ constexpr int kMemoryPurgeLevel = 25;
 constexpr char kHandlerName[] = "korvex_handler";
 #define HLOG(level, ...) KLOG_AS((level), kHandlerName, __VA_ARGS__)
 
-// Reads the body, URL-unescapes it as a whole ("+" stays "+") and makes it the request's
-// argument string. Returns the unescaped text, or null when there is no usable body.
-const char *take_body_as_arguments(request_rec *r) {
-    const char *body = get_postdata(r);
-    const char *text = body != nullptr ? apr_punescape_url(r->pool, body, nullptr, nullptr, 0) : nullptr;
-    r->args = const_cast<char *>(text);
-    return text;
+// The arguments of a POST: the body, URL-unescaped as a whole ("+" stays "+"), becomes
+// the request's argument string and is split into the table where it is, so that a large
+// body is held once (afterwards r->args reads as the first argument's name). Null when
+// there is no usable body (*status says why); nothing of such a body is used.
+apr_table_t *body_arguments(request_rec *r, BodyStatus *status) {
+    char *body = get_postdata(r, status);
+    char *text = body != nullptr ? korvex::unescape_in_place(body) : nullptr;
+    if (text == nullptr) return nullptr;
+    r->args = text;
+    return korvex::parse_arguments(r->pool, text);
 }
 
-apr_table_t *arguments_of(request_rec *r) {
-    apr_table_t *table = nullptr;
-    ap_args_to_table(r, &table);
-    return table;
+apr_table_t *query_arguments(request_rec *r) {
+    return korvex::parse_arguments(r->pool, r->args != nullptr ? apr_pstrdup(r->pool, r->args) : nullptr);
 }
 
-const char *json_argument(request_rec *r) { return apr_table_get(arguments_of(r), "json"); }
+// "sdk.cgi" and "send.dat" forward the argument "json" of a POST body.
+const char *json_argument(apr_table_t *arguments) { return apr_table_get(arguments, "json"); }
 
 int serve_sdk(request_rec *r) {
     ap_set_content_type(r, kContentType);
+    apr_table_t *arguments = nullptr;
     if (r->method_number == M_POST) {
-        if (take_body_as_arguments(r) == nullptr) {
+        BodyStatus status = BodyStatus::kRead;
+        arguments = body_arguments(r, &status);
+        if (status == BodyStatus::kTooLarge) return korvex::http::kRequestEntityTooLarge;
+        if (arguments == nullptr) {
             HLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
             return korvex::http::kOk;
         }
-    } else if (r->method_number != M_GET) {
+    } else if (r->method_number == M_GET) {
+        arguments = query_arguments(r);
+    } else {
         return korvex::http::kMethodNotAllowed;
     }
-    const char *reply = korvex::string_message(r, json_argument(r), korvex::peer::kSdkJsonCommand);
+    const char *reply = korvex::string_message(r, json_argument(arguments), korvex::peer::kSdkJsonCommand);
     if (reply != nullptr) ap_rprintf(r, "%s", reply);
     return korvex::http::kOk;
 }
@@ -84,13 +93,19 @@ int serve_update(request_rec *r) {
 
 int serve_network(request_rec *r) {
     ap_set_content_type(r, kContentType);
+    apr_table_t *arguments = nullptr;
     if (r->method_number == M_POST) {
-        take_body_as_arguments(r);
-    } else if (r->method_number != M_GET) {
+        BodyStatus status = BodyStatus::kRead;
+        arguments = body_arguments(r, &status);
+        if (status == BodyStatus::kTooLarge) return korvex::http::kRequestEntityTooLarge;
+    } else if (r->method_number == M_GET) {
+        arguments = query_arguments(r);
+    } else {
         return korvex::http::kMethodNotAllowed;
     }
-    // Every argument is a command, run in table order with nothing between their outputs.
-    apr_table_do(runQuery, r, arguments_of(r), nullptr);
+    // Every argument is a command, run in table order with nothing between their outputs;
+    // an unusable body runs none.
+    if (arguments != nullptr) apr_table_do(runQuery, r, arguments, nullptr);
     return korvex::http::kOk;
 }
 
@@ -98,11 +113,14 @@ int serve_send_dat(request_rec *r) {
     HLOG(KORVEX_LOG_REQUEST, "send.dat doing\n");
     ap_set_content_type(r, kContentType);
     if (r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
-    if (take_body_as_arguments(r) == nullptr) {
+    BodyStatus status = BodyStatus::kRead;
+    apr_table_t *arguments = body_arguments(r, &status);
+    if (status == BodyStatus::kTooLarge) return korvex::http::kRequestEntityTooLarge;
+    if (arguments == nullptr) {
         HLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
         return korvex::http::kOk;
     }
-    korvex::string_message(r, json_argument(r), korvex::peer::kAppSendDat);
+    korvex::string_message(r, json_argument(arguments), korvex::peer::kAppSendDat);
     return korvex::http::kOk;
 }
 

@@ -6,4 +6,5 @@ list(APPEND KORVEX_MODULE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/mod_korvex.cpp
   ${CMAKE_CURRENT_LIST_DIR}/request_handler.cpp
   ${CMAKE_CURRENT_LIST_DIR}/request_body.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/fault_hooks.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/fault_hooks.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/request_arguments.cpp)

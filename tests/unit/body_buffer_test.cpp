@@ -34,13 +34,32 @@ TEST(BodyBoundTest, DeclaredLengthBoundedByServerLimit) {
     EXPECT_EQ(body_bound(100, 50), 50);
     EXPECT_EQ(body_bound(100, 1000), 100);
     EXPECT_EQ(body_bound(0, 1000), 0);
-    // An absurd declared length never exceeds the cap for an unlimited server.
-    EXPECT_EQ(body_bound(apr_off_t{1} << 60, 0), kUnlimitedBodyCap);
+    // An absurd declared length never exceeds the module's own limit.
+    EXPECT_EQ(body_bound(apr_off_t{1} << 60, 0), kModuleBodyLimit);
 }
 
 TEST(BodyBoundTest, UnknownLengthReadsUpToTheLimit) {
-    EXPECT_EQ(body_bound(-1, 0), kUnlimitedBodyCap);
+    EXPECT_EQ(body_bound(-1, 0), kModuleBodyLimit);
     EXPECT_EQ(body_bound(-1, 4096), 4096);
+}
+
+// Apache 2.4.54 and later default LimitRequestBody to 1 GiB: the module's limit still wins.
+TEST(BodyBoundTest, TheSmallerOfTheServersAndTheModulesLimitWins) {
+    EXPECT_EQ(kModuleBodyLimit, 1024 * 1024);
+    EXPECT_EQ(body_limit(0), kModuleBodyLimit);
+    EXPECT_EQ(body_limit(apr_off_t{1} << 30), kModuleBodyLimit);
+    EXPECT_EQ(body_limit(kModuleBodyLimit + 1), kModuleBodyLimit);
+    EXPECT_EQ(body_limit(4096), 4096);
+    EXPECT_EQ(body_bound(kModuleBodyLimit + 1, apr_off_t{1} << 30), kModuleBodyLimit);
+}
+
+TEST_F(BodyBufferTest, ADeclaredLengthIsHeldInOneBlockOfItsSize) {
+    BodyBuffer buffer(pool_, 100000);
+    ASSERT_TRUE(buffer.expect(100000));
+    EXPECT_EQ(buffer.capacity(), 100000u);
+    const std::string piece(8192, 'x');
+    for (int i = 0; i < 12; ++i) ASSERT_TRUE(buffer.append(piece.data(), piece.size()));
+    EXPECT_EQ(buffer.capacity(), 100000u);
 }
 
 TEST_F(BodyBufferTest, EmptyBodyIsEmptyText) {

@@ -54,6 +54,13 @@ void initialize_child(apr_pool_t *child_pool, server_rec *s) {
         KLOG_AS(KORVEX_LOG_CHILD, kFunc, "enter %s, pool addr: 0x%x, s->process->pool: 0x%x, tid: %d\n", kFunc,
                 address_word(child_pool), address_word(s->process->pool), static_cast<int>(syscall(SYS_gettid)));
         korvex::dbus::child_init(child_pool, s);
+        // The upload lock, reopened for this child as the lock mechanism may need.
+        void *existing = nullptr;
+        apr_pool_userdata_get(&existing, kModuleConfigKey, s->process->pool);
+        auto *config = static_cast<ModuleConfig *>(existing);
+        if (config != nullptr && config->mutex != nullptr) {
+            apr_global_mutex_child_init(&config->mutex, kLockFile, child_pool);
+        }
         KLOG_AS(KORVEX_LOG_CHILD, kFunc, "leave %s\n", kFunc);
         return 0;
     });

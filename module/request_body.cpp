@@ -48,13 +48,16 @@ enum class LoopEnd { kEndOfStream, kReadFailed, kStopped };
 
 // Asks the input filters for pieces until end of stream, a failed read, or until consume
 // returns false. The brigade is emptied every round, so the body never piles up in memory.
+// *failure gets the status of a failed read.
 template <typename Consume>
-LoopEnd read_pieces(request_rec *r, apr_bucket_brigade *brigade, Consume &&consume) {
+LoopEnd read_pieces(request_rec *r, apr_bucket_brigade *brigade, Consume &&consume,
+                    apr_status_t *failure = nullptr) {
     for (;;) {
         apr_status_t status =
             ap_get_brigade(r->input_filters, brigade, AP_MODE_READBYTES, APR_BLOCK_READ, kPieceSize);
         if (status != APR_SUCCESS) {
             apr_brigade_cleanup(brigade);
+            if (failure != nullptr) *failure = status;
             return LoopEnd::kReadFailed;
         }
         LoopEnd end = LoopEnd::kEndOfStream;
@@ -68,7 +71,9 @@ LoopEnd read_pieces(request_rec *r, apr_bucket_brigade *brigade, Consume &&consu
             if (APR_BUCKET_IS_METADATA(bucket)) continue;
             const char *data = nullptr;
             apr_size_t size = kPieceSize;
-            if (apr_bucket_read(bucket, &data, &size, APR_BLOCK_READ) != APR_SUCCESS) {
+            const apr_status_t read = apr_bucket_read(bucket, &data, &size, APR_BLOCK_READ);
+            if (read != APR_SUCCESS) {
+                if (failure != nullptr) *failure = read;
                 end = LoopEnd::kReadFailed;
                 more = false;
                 break;
@@ -84,14 +89,45 @@ LoopEnd read_pieces(request_rec *r, apr_bucket_brigade *brigade, Consume &&consu
     }
 }
 
-void write_spans(apr_file_t *file, const korvex::WriteList &list) {
+// False at the first range that cannot be written whole.
+bool write_spans(apr_file_t *file, const korvex::WriteList &list) {
     for (int i = 0; i < list.count; ++i) {
         apr_size_t written = 0;
         if (apr_file_write_full(file, list.spans[i].data, list.spans[i].size, &written) != APR_SUCCESS) {
             KLOG_AS(KORVEX_LOG_ERROR, "save_uImage", "apr_file_write failed\n");
+            return false;
         }
     }
+    return true;
 }
+
+// The upload's own file next to the image; removed unless it is kept as the new image.
+class UploadFile {
+public:
+    explicit UploadFile(apr_pool_t *pool) : pool_(pool) {
+        char *path = apr_pstrcat(pool, kFirmwareImagePath, ".upload.XXXXXX", nullptr);
+        const apr_int32_t flags = APR_FOPEN_CREATE | APR_FOPEN_WRITE | APR_FOPEN_EXCL | APR_FOPEN_BINARY;
+        if (apr_file_mktemp(&file_, path, flags, pool) == APR_SUCCESS) path_ = path;
+    }
+    ~UploadFile() {
+        if (file_ != nullptr) apr_file_close(file_);
+        if (path_ != nullptr) apr_file_remove(path_, pool_);
+    }
+    apr_file_t *file() const { return file_; }
+    // Closes the file and puts it in the image's place. False when either fails.
+    bool replace_image() {
+        const apr_status_t closed = apr_file_close(file_);
+        file_ = nullptr;
+        if (closed != APR_SUCCESS || apr_file_rename(path_, kFirmwareImagePath, pool_) != APR_SUCCESS) return false;
+        path_ = nullptr;
+        return true;
+    }
+
+private:
+    apr_pool_t *pool_;
+    apr_file_t *file_ = nullptr;
+    const char *path_ = nullptr;
+};
 
 }  // namespace
 
@@ -147,48 +183,56 @@ int save_uImage(request_rec *r) {
     KLOG(KORVEX_LOG_TRACE, "total: %d\n", static_cast<int>(total));
     KLOG(KORVEX_LOG_TRACE, "Content-Length: %s\n", korvex::or_absent(length_text));
 
-    if (!body_expected(r, __func__)) return 0;
+    if (!body_expected(r, __func__)) return HTTP_BAD_REQUEST;
     apr_off_t declared = -1;
-    if (!declared_length(r, __func__, &declared)) return 0;
+    if (!declared_length(r, __func__, &declared)) return HTTP_BAD_REQUEST;
 
-    // No truncation: an earlier, longer image keeps its tail past the new end.
-    apr_file_t *file = nullptr;
-    if (apr_file_open(&file, kFirmwareImagePath, APR_FOPEN_WRITE | APR_FOPEN_CREATE, APR_OS_DEFAULT,
-                      r->pool) != APR_SUCCESS) {
+    UploadFile upload(r->pool);
+    if (upload.file() == nullptr) {
         KLOG(KORVEX_LOG_ERROR, "apr_file_open failed\n");
-        return 0;
+        return HTTP_INTERNAL_SERVER_ERROR;
     }
 
     korvex::UploadSplitter splitter(r->pool, declared);
     korvex::UploadSplitter::Status status = korvex::UploadSplitter::Status::kContinue;
     korvex::WriteList list;
+    bool written = true;
+    apr_status_t read_failure = APR_SUCCESS;
     apr_bucket_brigade *brigade = apr_brigade_create(r->pool, r->connection->bucket_alloc);
-    const LoopEnd end = read_pieces(r, brigade, [&](const char *data, apr_size_t size) {
-        status = splitter.feed(data, size, &list);
-        if (status != korvex::UploadSplitter::Status::kContinue) return false;
-        write_spans(file, list);
-        return true;
-    });
+    const LoopEnd end = read_pieces(
+        r, brigade,
+        [&](const char *data, apr_size_t size) {
+            status = splitter.feed(data, size, &list);
+            if (status != korvex::UploadSplitter::Status::kContinue) return false;
+            written = write_spans(upload.file(), list);
+            return written;
+        },
+        &read_failure);
 
     if (status == korvex::UploadSplitter::Status::kOutOfMemory) {
         apr_abortfunc_t abort_fn = apr_pool_abort_get(r->pool);
         if (abort_fn == nullptr) ap_log_assert("abort_fn != NULL", "mod_korvex", 187);
         abort_fn(APR_ENOMEM);
-        apr_file_close(file);
-        return -2;
+        return HTTP_INTERNAL_SERVER_ERROR;
     }
-    if (status != korvex::UploadSplitter::Status::kContinue) {
-        apr_file_close(file);
-        return 0;
-    }
+    if (status != korvex::UploadSplitter::Status::kContinue) return HTTP_BAD_REQUEST;
+    if (!written) return HTTP_INTERNAL_SERVER_ERROR;
 
     splitter.finish(end == LoopEnd::kEndOfStream, &list);
-    write_spans(file, list);
-    apr_file_close(file);
+    if (!write_spans(upload.file(), list)) return HTTP_INTERNAL_SERVER_ERROR;
     if (end == LoopEnd::kReadFailed) {
         KLOG(KORVEX_LOG_ERROR, "Error reading request body.\n");
-    } else {
-        KLOG(KORVEX_LOG_TRACE, "Got %d bytes of request body data.\n", static_cast<int>(splitter.received()));
+        // A body over LimitRequestBody is 413, a client that went away or sent too little 400.
+        return ap_map_http_request_error(read_failure, HTTP_BAD_REQUEST);
+    }
+    KLOG(KORVEX_LOG_TRACE, "Got %d bytes of request body data.\n", static_cast<int>(splitter.received()));
+    if (!splitter.closed()) {
+        KLOG(KORVEX_LOG_ERROR, "upload without its closing boundary\n");
+        return HTTP_BAD_REQUEST;
+    }
+    if (!upload.replace_image()) {
+        KLOG(KORVEX_LOG_ERROR, "cannot put the upload in place of %s\n", kFirmwareImagePath);
+        return HTTP_INTERNAL_SERVER_ERROR;
     }
     return 0;
 }

@@ -17,6 +17,9 @@ enum class BodyStatus {
 // reason in *status (when status is not null). A body whose declared length is over the
 // limit is not read at all.
 char *get_postdata(request_rec *r, BodyStatus *status = nullptr);
-// Streams the one file part of a multipart upload into kFirmwareImagePath.
-// -2 when memory for the boundary cannot be had, 0 in every other case.
+// Streams the one file part of a multipart upload into a file of its own next to
+// kFirmwareImagePath, and puts that file in the image's place only when the body ended
+// with its closing boundary and every write succeeded. 0 when the image was replaced;
+// otherwise the HTTP status to answer (400 malformed or truncated, 413 over the server's
+// limit, 500 a write failure), the upload's file removed and an earlier image untouched.
 int save_uImage(request_rec *r);

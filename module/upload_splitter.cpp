@@ -101,6 +101,7 @@ UploadSplitter::Status UploadSplitter::parse_first(const char *piece, std::size_
     const std::size_t data_size = static_cast<std::size_t>(end - data);
     if (declared_ >= 0 && static_cast<apr_off_t>(size) == declared_) {
         // The whole body came in one piece: it goes out as it is, closing boundary and all.
+        closed_ = ends_with_closing(nullptr, 0, data, data_size);
         out->add(data, data_size);
     } else {
         hold_back(data, data_size, out);
@@ -132,6 +133,7 @@ void UploadSplitter::hold_back(const char *data, std::size_t size, WriteList *ou
 }
 
 void UploadSplitter::write_trimmed(const char *data, std::size_t size, WriteList *out) {
+    closed_ = ends_with_closing(hold_[active_], held_, data, size);
     const std::size_t total = held_ + size;
     const std::size_t writable = total > trim_ ? total - trim_ : 0;
     const std::size_t from_held = writable < held_ ? writable : held_;
@@ -145,9 +147,30 @@ void UploadSplitter::finish(bool reached_end, WriteList *out) {
     if (failed_ || held_ == 0) return;
     // A body of unknown length ends only here; its held-back bytes are the closing
     // boundary, unless the whole body came in the first piece.
-    const bool closing_boundary = reached_end && declared_ < 0 && pieces_ > 1;
-    if (!closing_boundary) out->add(hold_[active_], held_);
+    const bool end_of_unknown_length = reached_end && declared_ < 0;
+    if (end_of_unknown_length) closed_ = ends_with_closing(hold_[active_], held_, nullptr, 0);
+    if (!end_of_unknown_length || pieces_ == 1) out->add(hold_[active_], held_);
     held_ = 0;
+}
+
+bool UploadSplitter::ends_with_closing(const char *first, std::size_t first_size, const char *second,
+                                       std::size_t second_size) const {
+    if (boundary_ == nullptr || first_size + second_size < trim_) return false;
+    // The closing text: CR LF, the boundary line, "--", CR LF.
+    const std::size_t boundary_size = trim_ - kClosingExtra;
+    auto byte_at = [&](std::size_t i) {  // i counts from the start of the last trim_ bytes
+        const std::size_t at = first_size + second_size - trim_ + i;
+        return at < first_size ? first[at] : second[at - first_size];
+    };
+    auto expected = [&](std::size_t i) -> char {
+        if (i < 2) return "\r\n"[i];
+        if (i < 2 + boundary_size) return boundary_[i - 2];
+        return "--\r\n"[i - 2 - boundary_size];
+    };
+    for (std::size_t i = 0; i < trim_; ++i) {
+        if (byte_at(i) != expected(i)) return false;
+    }
+    return true;
 }
 
 }  // namespace korvex

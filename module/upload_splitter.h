@@ -51,6 +51,11 @@ class UploadSplitter {
     // held-back bytes that still belong in the file.
     void finish(bool reached_end, WriteList *out);
 
+    // True once the body ended with its closing boundary ("\r\n--<boundary>--\r\n"): the
+    // upload is complete. Set by the piece that completes a declared length, or by finish()
+    // at the end of a body of unknown length.
+    bool closed() const { return closed_; }
+
     // Body bytes taken so far, part header and boundaries included.
     apr_off_t received() const { return received_; }
     // The boundary line of the first piece (without its CR LF), or null before it.
@@ -60,6 +65,9 @@ class UploadSplitter {
     Status parse_first(const char *piece, std::size_t size, WriteList *out);
     void hold_back(const char *data, std::size_t size, WriteList *out);
     void write_trimmed(const char *data, std::size_t size, WriteList *out);
+    // Whether the last trim_ bytes of first + second (in that order) are the closing boundary.
+    bool ends_with_closing(const char *first, std::size_t first_size, const char *second,
+                           std::size_t second_size) const;
 
     apr_pool_t *pool_;
     apr_off_t declared_;
@@ -71,6 +79,7 @@ class UploadSplitter {
     char *hold_[2] = {nullptr, nullptr};
     int active_ = 0;              // hold_[active_] holds the held-back bytes
     std::size_t held_ = 0;
+    bool closed_ = false;
 };
 
 // First occurrence of needle within [haystack, haystack + size), or null. Binary safe.

@@ -505,8 +505,9 @@ TEST_F(HostileInputTest, OtherMethods) {
             const std::string raw = std::string(method) + " " + target +
                                     " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\nContent-Length: 6\r\n\r\n"
                                     "json=x";
-            // HEAD gets headers only; the client then reads until the server closes.
-            exchange(std::string(method) + " " + target, raw, Shape::kAny, {200, 405, 501}, true, 3000);
+            // HEAD gets headers only; the client then reads until the server closes. A HEAD
+            // of update.cgi is a GET without an image: 400.
+            exchange(std::string(method) + " " + target, raw, Shape::kAny, {200, 400, 405, 501}, true, 3000);
         }
     }
     exchange("HTTP/0.9", "GET /network.cgi?json=%FF\r\n", Shape::kAny, {400}, true, 3000);
@@ -516,6 +517,7 @@ TEST_F(HostileInputTest, OtherMethods) {
 
 // ---- update.cgi: broken multipart (each costs a second of the server's time) -----------
 
+// Each is refused as malformed (400) and starts no updater.
 TEST_F(HostileInputTest, BrokenMultipartUploads) {
     const std::string boundary = "--hostile";
     const std::vector<std::pair<std::string, std::string>> bodies = {
@@ -533,13 +535,13 @@ TEST_F(HostileInputTest, BrokenMultipartUploads) {
                           {"Content-Type: multipart/form-data; boundary=hostile",
                            "Content-Length: " + std::to_string(body.second.size())},
                           body.second),
-                 Shape::kUpdate, {200});
+                 Shape::kAny, {400});
     }
     // Chunked, a boundary line longer than the first piece, no end.
     exchange("update.cgi chunked long boundary",
              raw_post("/update.cgi", {"Transfer-Encoding: chunked"},
                       chunk(std::string(8190, '-') + "\r\nContent-Type: x\r\n\r\nimage") + "0\r\n\r\n"),
-             Shape::kUpdate, {200});
+             Shape::kAny, {400});
 }
 
 // ---- several clients at once on a threaded server ---------------------------------------

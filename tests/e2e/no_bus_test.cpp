@@ -157,7 +157,10 @@ TEST_F(NoBusTest, ForwardingResourcesAnswerWithoutReplies) {
 
 TEST_F(NoBusTest, UpdateStillAnswers) {
     env().write_server_tmp("uImage", "");
-    HttpResponse response = get(port(), "/update.cgi");
+    const std::string boundary = "----NoBusBoundary";
+    const std::string body = "--" + boundary + "\r\nContent-Type: application/octet-stream\r\n\r\n" +
+                             std::string(20000, 'i') + "\r\n--" + boundary + "--\r\n";
+    HttpResponse response = post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + boundary);
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.body, kRefresh);
     std::vector<std::string> failed;

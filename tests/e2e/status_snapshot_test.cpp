@@ -375,7 +375,7 @@ TEST_F(StatusSnapshotEventMpmTest, ConcurrentSnapshotsEachGetTheFullAnswer) {
     std::vector<std::thread> clients;
     auto started = std::chrono::steady_clock::now();
     for (int i = 0; i < kClients; ++i)
-        clients.emplace_back([this, i, &bodies] { bodies[i] = get(port(), "/network.cgi?jsongetupdate=").body; });
+        clients.emplace_back([i, &bodies] { bodies[i] = get(port(), "/network.cgi?jsongetupdate=").body; });
     for (std::thread &client : clients) client.join();
     long elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();

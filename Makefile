@@ -12,7 +12,7 @@ SANITIZE_FLAGS += -Wno-maybe-uninitialized
 SANITIZE_LINK := -fsanitize=address,undefined
 SANITIZE_RUN_ROOT ?= /var/tmp/korvex-runs/sanitize
 
-.PHONY: run test deps configure build clean sanitize-build sanitize-test bench
+.PHONY: run test deps configure build clean sanitize-build sanitize-test bench fuzz
 
 deps:
 	bash scripts/install-deps.sh
@@ -56,5 +56,10 @@ bench: configure
 	cmake --build $(BUILD_DIR) -j$(JOBS) --target korvex_bench
 	$(BUILD_DIR)/bench/korvex_bench
 
+# libFuzzer targets over the pure logic (clang, ASan, UBSan), FUZZ_SECONDS each.
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	bash scripts/fuzz.sh $(FUZZ_SECONDS)
+
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_BUILD_DIR) build-fuzz

@@ -12,7 +12,7 @@ SANITIZE_FLAGS += -Wno-maybe-uninitialized
 SANITIZE_LINK := -fsanitize=address,undefined
 SANITIZE_RUN_ROOT ?= /var/tmp/korvex-runs/sanitize
 
-.PHONY: run test deps configure build clean sanitize-build sanitize-test bench fuzz
+.PHONY: run test deps configure build clean sanitize-build sanitize-test bench fuzz soak
 
 deps:
 	bash scripts/install-deps.sh
@@ -55,6 +55,11 @@ sanitize-test: sanitize-build
 bench: configure
 	cmake --build $(BUILD_DIR) -j$(JOBS) --target korvex_bench
 	$(BUILD_DIR)/bench/korvex_bench
+
+# Soak and fault run (not part of "test" or CI): see "Soak" in docs/running.md.
+soak: configure
+	cmake --build $(BUILD_DIR) -j$(JOBS) --target korvex_soak
+	$(BUILD_DIR)/bench/korvex_soak
 
 # libFuzzer targets over the pure logic (clang, ASan, UBSan), FUZZ_SECONDS each.
 FUZZ_SECONDS ?= 60

@@ -113,13 +113,8 @@ TEST_F(HardeningTest, TestStopsWhenItsClientHasGone) {
     // Each request takes 100 ms, so 5000 would hold the worker for more than eight minutes.
     sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"command","mode":"default","delay_ms":100})");
     const size_t before = env().error_log_size();
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    const int fd = open_loopback_connection(port());
     ASSERT_GE(fd, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port()));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
     const std::string request = "GET /network.cgi?test=5000 HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
     ASSERT_EQ(write(fd, request.data(), request.size()), static_cast<ssize_t>(request.size()));
     std::this_thread::sleep_for(std::chrono::milliseconds(700));

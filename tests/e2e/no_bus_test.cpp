@@ -32,14 +32,8 @@ const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/upda
 class KeepAliveClient {
 public:
     explicit KeepAliveClient(int port) {
-        fd_ = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (fd_ < 0 || connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-            ADD_FAILURE() << "cannot connect to port " << port;
-        }
+        fd_ = open_loopback_connection(port);
+        if (fd_ < 0) ADD_FAILURE() << "cannot connect to port " << port;
     }
     ~KeepAliveClient() {
         if (fd_ >= 0) close(fd_);

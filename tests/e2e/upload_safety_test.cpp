@@ -31,14 +31,8 @@ const std::string kUpdaterStart = "s:update -k /tmp/uImage -m QTR58 -r 3 &";
 class RawClient {
 public:
     explicit RawClient(int port) {
-        fd_ = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (fd_ < 0 || connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-            ADD_FAILURE() << "cannot connect";
-        }
+        fd_ = open_loopback_connection(port);
+        if (fd_ < 0) ADD_FAILURE() << "cannot connect to port " << port;
     }
     ~RawClient() { vanish(); }
     void send(const std::string &bytes) {

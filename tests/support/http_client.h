@@ -65,4 +65,8 @@ HttpResponse upload_multipart_file(int port, const std::string &path, const std:
 // The answer is parsed as far as it goes (status 0 if no status line arrived).
 HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms = 10000);
 
+// A plain TCP connection to 127.0.0.1:port, for clients that send a request in parts or
+// go away mid-request; the file descriptor, or -1.
+int open_loopback_connection(int port);
+
 }  // namespace korvex::test

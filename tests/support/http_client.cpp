@@ -289,17 +289,8 @@ bool parse_raw(const std::string &raw, HttpResponse &response) {
 HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms) {
     HttpResponse response;
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int fd = open_loopback_connection(port);
     if (fd < 0) {
-        response.error = "socket failed";
-        return response;
-    }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-        close(fd);
         response.error = std::string("connect failed: ") + std::strerror(errno);
         return response;
     }

@@ -5,7 +5,6 @@
 #include "base/guard.h"
 #include "base/log.h"
 #include "commands/command_shapes.h"
-#include "commands/shell_line.h"
 #include "commands/system/updater_processes.h"
 #include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
@@ -45,25 +44,36 @@ apr_table_t *query_arguments(request_rec *r) {
     return korvex::parse_arguments(r->pool, r->args != nullptr ? apr_pstrdup(r->pool, r->args) : nullptr);
 }
 
-// "sdk.cgi" and "send.dat" forward the argument "json" of a POST body.
+// The request's arguments: the query string of a GET (when `get_allowed`), the body of a
+// POST. Returns OK, or the status to answer instead: 405 for another method, 413 for a
+// body over the limit. *arguments is null for a POST without a usable body.
+int request_arguments(request_rec *r, bool get_allowed, apr_table_t **arguments) {
+    *arguments = nullptr;
+    if (r->method_number == M_GET && get_allowed) {
+        *arguments = query_arguments(r);
+        return korvex::http::kOk;
+    }
+    if (r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
+    BodyStatus status = BodyStatus::kRead;
+    *arguments = body_arguments(r, &status);
+    return status == BodyStatus::kTooLarge ? korvex::http::kRequestEntityTooLarge : korvex::http::kOk;
+}
+
+// "sdk.cgi" and "send.dat" forward the argument "json" to a daemon; a POST without a
+// usable body forwards nothing.
 const char *json_argument(apr_table_t *arguments) { return apr_table_get(arguments, "json"); }
+
+int no_usable_body() {
+    HLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
+    return korvex::http::kOk;
+}
 
 int serve_sdk(request_rec *r) {
     ap_set_content_type(r, kContentType);
     apr_table_t *arguments = nullptr;
-    if (r->method_number == M_POST) {
-        BodyStatus status = BodyStatus::kRead;
-        arguments = body_arguments(r, &status);
-        if (status == BodyStatus::kTooLarge) return korvex::http::kRequestEntityTooLarge;
-        if (arguments == nullptr) {
-            HLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
-            return korvex::http::kOk;
-        }
-    } else if (r->method_number == M_GET) {
-        arguments = query_arguments(r);
-    } else {
-        return korvex::http::kMethodNotAllowed;
-    }
+    const int status = request_arguments(r, true, &arguments);
+    if (status != korvex::http::kOk) return status;
+    if (arguments == nullptr) return no_usable_body();
     const char *reply = korvex::string_message(r, json_argument(arguments), korvex::peer::kSdkJsonCommand);
     if (reply != nullptr) ap_rprintf(r, "%s", reply);
     return korvex::http::kOk;
@@ -121,8 +131,7 @@ int serve_update(request_rec *r) {
         return refused;
     }
     ap_rprintf(r, "%s", "");
-    const char *line = korvex::shell_line(r->pool, kUpdaterLine, {kFirmwareImagePath, model});
-    apache_dbus_send_str_ret_int(r, line, updater);
+    korvex::shape::run_shell(r, *updater, kUpdaterLine, {kFirmwareImagePath, model});
     ap_set_content_type(r, kContentType);
     ap_rprintf(r, "%s", kUpdateStatusPage);
     return korvex::http::kOk;
@@ -131,15 +140,8 @@ int serve_update(request_rec *r) {
 int serve_network(request_rec *r) {
     ap_set_content_type(r, kContentType);
     apr_table_t *arguments = nullptr;
-    if (r->method_number == M_POST) {
-        BodyStatus status = BodyStatus::kRead;
-        arguments = body_arguments(r, &status);
-        if (status == BodyStatus::kTooLarge) return korvex::http::kRequestEntityTooLarge;
-    } else if (r->method_number == M_GET) {
-        arguments = query_arguments(r);
-    } else {
-        return korvex::http::kMethodNotAllowed;
-    }
+    const int status = request_arguments(r, true, &arguments);
+    if (status != korvex::http::kOk) return status;
     // Every argument is a command, run in table order with nothing between their outputs;
     // an unusable body runs none.
     if (arguments != nullptr) apr_table_do(runQuery, r, arguments, nullptr);
@@ -149,14 +151,10 @@ int serve_network(request_rec *r) {
 int serve_send_dat(request_rec *r) {
     HLOG(KORVEX_LOG_REQUEST, "send.dat doing\n");
     ap_set_content_type(r, kContentType);
-    if (r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
-    BodyStatus status = BodyStatus::kRead;
-    apr_table_t *arguments = body_arguments(r, &status);
-    if (status == BodyStatus::kTooLarge) return korvex::http::kRequestEntityTooLarge;
-    if (arguments == nullptr) {
-        HLOG(KORVEX_LOG_ERROR, "tmp is NULL\n");
-        return korvex::http::kOk;
-    }
+    apr_table_t *arguments = nullptr;
+    const int status = request_arguments(r, false, &arguments);
+    if (status != korvex::http::kOk) return status;
+    if (arguments == nullptr) return no_usable_body();
     korvex::string_message(r, json_argument(arguments), korvex::peer::kAppSendDat);
     return korvex::http::kOk;
 }

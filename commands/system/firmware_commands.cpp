@@ -38,9 +38,9 @@ const char *firmware_version(request_rec *r, const DbusCallSpec &spec) {
 // The status of whichever program runs, "checkupdate" first; "(null)<br>" when none runs.
 int getUpdateStatus(request_rec *r, char *) {
     const char *status = nullptr;
-    if (proc_find(updater::kCheckUpdate) >= 1) {
+    if (updater::check_update_running()) {
         status = apache_dbus_send_int_ret_str(r, peer::kUpdateStatusArgument, &peer::kCheckUpdateStatus);
-    } else if (proc_find(updater::kUpdate) > 0) {
+    } else if (updater::update_running()) {
         status = apache_dbus_send_int_ret_str(r, peer::kUpdateStatusArgument, &peer::kUpdateStatus);
     }
     return print_reply(r, status, Reply::kAlways);

@@ -31,7 +31,6 @@ const std::string kIfUpdate = "com.KorvexLabs.update";
 const std::string kCheckStatus = kCheckUpdateBus + " " + kIfCheckUpdate + " getupdatestatus(i:1)";
 const std::string kUpdateStatus = kUpdateBus + " " + kIfUpdate + " getupdatestatus(i:1)";
 
-std::string shell_call(const std::string &line) { return kAdmin + "doSystem(s:" + line + ")"; }
 
 // The background download of a newer firmware, from the default server or from `server`.
 std::string download_line(const std::string &version, const std::string &model = "QTR58") {

@@ -19,7 +19,6 @@ namespace {
 
 const std::string kPlatform = "com.korvex-labs.www.platform";
 const std::string kNvram = "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram ";
-const std::string kCommit = kNvram + "commit(s:commit)";
 const std::string kPlatformReboot = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin reboot(i:3)";
 const std::string kGetModel = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin getModel(s:getModel)";
 const std::string kSdk = "com.korvex-labs.www.sdk";
@@ -30,10 +29,6 @@ const std::string kRebootRan = "reboot \n";
 // Why checks of the host name itself need the server's private UTS namespace.
 const char kSharedHostName[] = "the server shares this machine's host name (no isolation)";
 
-std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
 std::string reset_call(const std::string &value) {
     return kPlatform + " com.KorvexLabs.platform.config reset(s:" + value + ")";
 }
@@ -48,10 +43,6 @@ double machine_uptime() {
 
 class IdentityTest : public CommandTest {
 protected:
-    void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
-        EXPECT_EQ(sim().nvram(key), working) << key;
-        EXPECT_EQ(sim().nvram_committed(key), committed) << key;
-    }
 };
 
 // The host-name commands change the host name of whatever UTS namespace the server runs in.

@@ -12,17 +12,11 @@ namespace {
 const std::string kPlatform = "com.korvex-labs.www.platform";
 const std::string kDebuger = "com.korvex-labs.www.debuger";
 const std::string kNvram = "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram ";
-const std::string kCommit = kNvram + "commit(s:commit)";
 const std::string kShell = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin doSystem(s:";
 const std::string kSuspendSupervision = "com.korvex-labs.www.debuger com.KorvexLabs.watchdog stopTracking(i:1)";
 const std::string kResumeSupervision = "com.korvex-labs.www.debuger com.KorvexLabs.watchdog stopTracking(i:0)";
 const std::string kRestartCloud = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin restart(s:icloud)";
 
-std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
-std::string shell_call(const std::string &line) { return kShell + line + ")"; }
 
 // The calls of a module change whose stored value is `value` and whose read-back picks `device`.
 Calls zwave_calls(const std::string &value, const std::string &device) {
@@ -37,10 +31,6 @@ Calls zwave_calls(const std::string &value, const std::string &device) {
 
 class LocalServicesTest : public CommandTest {
 protected:
-    void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
-        EXPECT_EQ(sim().nvram(key), working) << key;
-        EXPECT_EQ(sim().nvram_committed(key), committed) << key;
-    }
     void read_back_as(const std::string &text) {
         nvram_rule("get", R"("mode":"values","signature":"s","values":[")" + text + R"("])");
     }

@@ -17,14 +17,9 @@ const std::string kPlatform = "com.korvex-labs.www.platform";
 const std::string kIfAdmin = "com.KorvexLabs.platform.admin";
 const std::string kIfNet = "com.KorvexLabs.platform.net";
 const std::string kNvram = kPlatform + " com.KorvexLabs.platform.nvram ";
-const std::string kCommit = kNvram + "commit(s:commit)";
 const std::string kGetModel = kPlatform + " " + kIfAdmin + " getModel(s:getModel)";
 const std::string kReboot = kPlatform + " " + kIfAdmin + " doSystem(s:reboot &)";
 
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
-std::string shell_call(const std::string &line) { return kPlatform + " " + kIfAdmin + " doSystem(s:" + line + ")"; }
 std::string get_mac_call(const std::string &interface) {
     return kPlatform + " " + kIfNet + " getMac(s:" + interface + ")";
 }
@@ -44,10 +39,7 @@ class MacTest : public CommandTest {
         log_before_ = env().error_log_size();
     }
 
-    void expect_committed(const std::string &key, const std::string &value) {
-        EXPECT_EQ(sim().nvram(key), value) << key;
-        EXPECT_EQ(sim().nvram_committed(key), value) << key;
-    }
+    void expect_committed(const std::string &key, const std::string &value) { expect_stored(key, value, value); }
     void expect_unchanged(const std::string &key) {
         const std::string before = key == "macType"      ? "Factory"
                                    : key == "DeviceName" ? "old-device"

@@ -191,6 +191,24 @@ TEST_F(NoBusTest, ChildWithoutConnectionSaysSoWhenItEnds) {
 
 // Runs last: the bus comes up under the running server.
 TEST_F(NoBusTest, ZzOnceTheBusIsUpTheNextRequestWorks) {
+    // Children of the generation the restart above started may still be starting (and
+    // failing to connect); this test counts from when every child has started.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (;;) {
+        const std::string log = env().error_log();
+        bool all_started = true;
+        for (pid_t child : env().server_child_pids()) {
+            const std::string pid = "[pid " + std::to_string(GatewayEnv::namespace_pid(child)) + "] ";
+            bool started = false;
+            for (const std::string &line : module_log_lines(log, pid + "initialize_child:")) {
+                started = started || line.find("apache: leave initialize_child") != std::string::npos;
+            }
+            all_started = all_started && started;
+        }
+        if (all_started || std::chrono::steady_clock::now() > deadline) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    before_ = env().error_log_size();
     env().bus_start();
     SimClient sim(env().bus_address());
     sim.reset();

@@ -16,7 +16,6 @@ namespace {
 
 const std::string kPlatform = "com.korvex-labs.www.platform ";
 const std::string kNvram = kPlatform + "com.KorvexLabs.platform.nvram ";
-const std::string kCommit = kNvram + "commit(s:commit)";
 const std::string kShell = kPlatform + "com.KorvexLabs.platform.admin doSystem(s:";
 const std::string kRestartP2P = kPlatform + "com.KorvexLabs.platform.admin restartP2P(s:restart)";
 
@@ -40,11 +39,6 @@ const std::string kHostilePasswordWord = "'" + kHostilePassword + "'";
 const std::string kHostileSsid = "My Wi-Fi; echo INJECTED &";
 const std::string kHostileSsidWord = "'" + kHostileSsid + "'";
 
-std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
-std::string shell_call(const std::string &line) { return kShell + line + ")"; }
 
 
 class P2pTest : public CommandTest {
@@ -54,26 +48,10 @@ protected:
                        R"("com.KorvexLabs.platform.admin","member":")" +
                        member + R"(",)" + mode + "}");
     }
-    void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
-        EXPECT_EQ(sim().nvram(key), working) << key;
-        EXPECT_EQ(sim().nvram_committed(key), committed) << key;
-    }
     void put_hostile_account() {
         sim().nvram_put("TUTK_USERNAME", kHostileUser, true);
         sim().nvram_put("TUTK_PASSWORD", kHostilePassword, true);
         sim().nvram_put("SSID1", kHostileSsid, true);
-    }
-    // The line of the one "doSystem" call that starts `program`.
-    std::string start_line_of(const std::string &program) {
-        std::vector<std::string> lines;
-        for (const SimRecord &record : sim().records()) {
-            if (record.member == "doSystem" && record.args.size() == 1 &&
-                record.args[0].rfind("s:" + program + " ", 0) == 0) {
-                lines.push_back(record.args[0].substr(2));
-            }
-        }
-        EXPECT_EQ(lines.size(), 1u) << program;
-        return lines.empty() ? "" : lines.front();
     }
     static Calls tutk_start(const std::string &stored, const std::string &start_line) {
         return Calls{shell_call("killall P2PTunnelServer"), get_call("TUTK_USERNAME"), get_call("TUTK_PASSWORD"),

@@ -17,7 +17,6 @@ namespace {
 
 const std::string kPlatform = "com.korvex-labs.www.platform ";
 const std::string kNvram = kPlatform + "com.KorvexLabs.platform.nvram ";
-const std::string kCommit = kNvram + "commit(s:commit)";
 const std::string kShell = kPlatform + "com.KorvexLabs.platform.admin doSystem(s:";
 const std::string kGetMac = kPlatform + "com.KorvexLabs.platform.net getMac(s:eth2.2)";
 const std::string kWeBeHomeRefresh = kPlatform + "com.KorvexLabs.platform.webehome refresh(i:1)";
@@ -28,11 +27,6 @@ const std::string kTest433 = kTelldus + " com.KorvexLabs.Telldus.send433 test(s:
 const std::string kMac = "00:4f:61:12:34:56";
 const std::string kSecret = "a1B2c3D4e5";
 
-std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
-std::string shell_call(const std::string &line) { return kShell + line + ")"; }
 
 
 // ---- 433 MHz frames, built here bit by bit ----
@@ -63,22 +57,6 @@ std::vector<std::string> split_bytes(const std::string &frame) {
 
 class PartnerTest : public CommandTest {
 protected:
-    void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
-        EXPECT_EQ(sim().nvram(key), working) << key;
-        EXPECT_EQ(sim().nvram_committed(key), committed) << key;
-    }
-    // The line of the one "doSystem" call that starts `program`.
-    std::string start_line_of(const std::string &program) {
-        std::vector<std::string> lines;
-        for (const SimRecord &record : sim().records()) {
-            if (record.member == "doSystem" && record.args.size() == 1 &&
-                record.args[0].rfind("s:" + program + " ", 0) == 0) {
-                lines.push_back(record.args[0].substr(2));
-            }
-        }
-        EXPECT_EQ(lines.size(), 1u) << program;
-        return lines.empty() ? "" : lines.front();
-    }
     static Calls telldus_start(const std::string &secret, const std::string &read_back) {
         return Calls{shell_call("killall Telldus"), set_call("TelldusSecret", secret), set_call("WifiMode", "OFF"),
                      kCommit, kGetMac, get_call("TelldusSecret"), shell_call("Telldus " + kMac + " " + read_back)};

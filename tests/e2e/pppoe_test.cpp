@@ -22,7 +22,6 @@ namespace {
 const std::string kPlatform = "com.korvex-labs.www.platform";
 const std::string kNvram = kPlatform + " com.KorvexLabs.platform.nvram ";
 const std::string kAdmin = kPlatform + " com.KorvexLabs.platform.admin ";
-const std::string kCommit = kNvram + "commit(s:commit)";
 
 const std::string kEnableKey = "PPPoE_Enable";
 const std::string kUserNameKey = "PPPoE_UserName";
@@ -31,11 +30,6 @@ const std::string kPasswordKey = "PPPoE_PassWord";
 const std::string kStopClientLine = "killall pppoecd";
 const std::string kMasqueradeLine = "iptables -t nat -A POSTROUTING -o ppp0 -j MASQUERADE";
 
-std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
-std::string system_call(const std::string &line) { return kAdmin + "doSystem(s:" + line + ")"; }
 
 // The client's line with name and password already in their shell form.
 std::string start_line(const std::string &user_word, const std::string &password_word) {
@@ -51,10 +45,6 @@ std::string bracketed(const std::vector<std::string> &words) {
 
 class PppoeTest : public CommandTest {
   protected:
-    void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
-        EXPECT_EQ(sim().nvram(key), std::optional<std::string>(working)) << key;
-        EXPECT_EQ(sim().nvram_committed(key), std::optional<std::string>(committed)) << key;
-    }
     // Name and password in the working copy only: pppoecommit's own commit must store them.
     void put_account(const std::string &user_name, const std::string &password) {
         sim().nvram_put(kUserNameKey, user_name, false);
@@ -62,22 +52,11 @@ class PppoeTest : public CommandTest {
     }
     // The calls of a pppoecommit whose client line is `start` ("" when none is started).
     static Calls commit_calls(const std::string &start) {
-        Calls expected{get_call(kPasswordKey), get_call(kUserNameKey), system_call(kStopClientLine)};
-        if (!start.empty()) expected.push_back(system_call(start));
-        expected.push_back(system_call(kMasqueradeLine));
+        Calls expected{get_call(kPasswordKey), get_call(kUserNameKey), shell_call(kStopClientLine)};
+        if (!start.empty()) expected.push_back(shell_call(start));
+        expected.push_back(shell_call(kMasqueradeLine));
         expected.push_back(kCommit);
         return expected;
-    }
-    // The shell lines the platform was asked to run, in order.
-    std::vector<std::string> shell_lines() {
-        std::vector<std::string> lines;
-        for (const SimRecord &record : sim().records()) {
-            if (record.member != "doSystem") continue;
-            EXPECT_EQ(record.args.size(), 1u);
-            if (record.args.size() != 1 || record.args[0].rfind("s:", 0) != 0) continue;
-            lines.push_back(record.args[0].substr(2));
-        }
-        return lines;
     }
     // Runs pppoecommit with an account that needs quoting and checks that the shell turns
     // the client line into exactly the expected argv, with nothing run besides.

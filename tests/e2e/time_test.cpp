@@ -13,21 +13,11 @@ namespace korvex::test {
 namespace {
 
 const std::string kNvram = "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram ";
-const std::string kCommit = kNvram + "commit(s:commit)";
 const std::string kShell = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin doSystem(s:";
 
-std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
-std::string shell_call(const std::string &line) { return kShell + line + ")"; }
 
 class TimeTest : public CommandTest {
 protected:
-    void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
-        EXPECT_EQ(sim().nvram(key), working) << key;
-        EXPECT_EQ(sim().nvram_committed(key), committed) << key;
-    }
     // The zone string and offset name of zone number k (from 1).
     static std::string zone(int k) { return sdk_tz_get(k - 1); }
     static std::string zone_name(int k) { return sdk_gmt_get(k - 1); }

@@ -25,7 +25,7 @@ namespace {
 
 const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 const std::string kEarlier = std::string(700000, 'E');
-const std::string kUpdaterStart = "s:update -k /tmp/uImage -m QTR58 -r 3 &";
+const std::string kUpdaterStart = "update -k /tmp/uImage -m QTR58 -r 3 &";
 
 // A raw client that sends part of a request and may then vanish.
 class RawClient {
@@ -92,14 +92,6 @@ protected:
         EXPECT_TRUE(stored() == kEarlier) << what << ": the image changed (" << stored().size() << " bytes)";
         EXPECT_EQ(leftovers(), std::vector<std::string>{}) << what;
         EXPECT_EQ(shell_lines(), std::vector<std::string>{}) << what;
-    }
-    // The shell lines the platform daemon was asked to run (the alive signal is no call).
-    std::vector<std::string> shell_lines() {
-        std::vector<std::string> lines;
-        for (const SimRecord &record : sim().records()) {
-            if (record.member == "doSystem" && !record.args.empty()) lines.push_back(record.args[0]);
-        }
-        return lines;
     }
     // Waits until the server logged that it finished with the upload.
     void await_refusal(size_t since) {

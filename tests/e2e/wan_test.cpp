@@ -14,13 +14,8 @@ namespace {
 const std::string kPlatform = "com.korvex-labs.www.platform";
 const std::string kNvram = kPlatform + " com.KorvexLabs.platform.nvram ";
 const std::string kNet = kPlatform + " com.KorvexLabs.platform.net ";
-const std::string kCommit = kNvram + "commit(s:commit)";
 const std::string kInitInternet = kNet + "initInternet(i:1)";
 
-std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
 std::string net_call(const std::string &member, const std::string &value) {
     return kNet + member + "(s:" + value + ")";
 }
@@ -34,10 +29,6 @@ class WanTest : public CommandTest {
     // Stores `value` as both the working and the committed text, so that a later change of
     // either copy shows.
     void put_committed(const std::string &key, const std::string &value) { sim().nvram_put(key, value, true); }
-    void expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
-        EXPECT_EQ(sim().nvram(key), std::optional<std::string>(working)) << key;
-        EXPECT_EQ(sim().nvram_committed(key), std::optional<std::string>(committed)) << key;
-    }
 };
 
 // ---- Live values: the query value goes to the platform daemon as it stands ----

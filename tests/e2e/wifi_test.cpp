@@ -34,10 +34,6 @@ const std::string kTooLong = "ssid string length must small than 32<br>";
 const std::string k32 = "abcdefghijklmnopqrstuvwxyz012345";
 const std::string k33 = k32 + "6";
 
-std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
 std::string md5_call(const std::string &role) { return kPlatform + " " + kWifiModeIf + " getmd5(s:" + role + ")"; }
 
 // The factory settings the simulator starts every test with.

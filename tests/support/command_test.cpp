@@ -36,6 +36,31 @@ Calls CommandTest::calls(size_t expected) { return describe_all(sim_->wait_for_r
 
 void CommandTest::normalise(SimRecord &) {}
 
+void CommandTest::expect_stored(const std::string &key, const std::string &working, const std::string &committed) {
+    EXPECT_EQ(sim_->nvram(key), working) << key;
+    EXPECT_EQ(sim_->nvram_committed(key), committed) << key;
+}
+
+std::vector<std::string> CommandTest::shell_lines() {
+    std::vector<std::string> lines;
+    for (const SimRecord &record : sim_->records()) {
+        if (record.member != "doSystem") continue;
+        EXPECT_EQ(record.args.size(), 1u);
+        if (record.args.size() != 1 || record.args[0].rfind("s:", 0) != 0) continue;
+        lines.push_back(record.args[0].substr(2));
+    }
+    return lines;
+}
+
+std::string CommandTest::start_line_of(const std::string &program) {
+    std::vector<std::string> lines;
+    for (const std::string &line : shell_lines()) {
+        if (line.rfind(program + " ", 0) == 0) lines.push_back(line);
+    }
+    EXPECT_EQ(lines.size(), 1u) << program;
+    return lines.empty() ? "" : lines.front();
+}
+
 void CommandTest::rule(const std::string &destination, const std::string &interface, const std::string &member,
                        const std::string &mode) {
     sim_->set_rule(R"({"destination":")" + destination + R"(","interface":")" + interface + R"(","member":")" +

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/call_texts.h"
 #include "tests/support/gateway_env.h"
 #include "tests/support/sim_client.h"
 
@@ -55,6 +56,13 @@ protected:
     // The same for the platform daemon, and for its settings store.
     void platform_rule(const std::string &interface, const std::string &member, const std::string &mode);
     void nvram_rule(const std::string &member, const std::string &mode);
+
+    // The working and the committed copy of an nvram key.
+    void expect_stored(const std::string &key, const std::string &working, const std::string &committed);
+    // The shell lines the platform daemon was asked to run so far, in order.
+    std::vector<std::string> shell_lines();
+    // The one shell line so far that starts `program` ("" and a test failure unless exactly one).
+    std::string start_line_of(const std::string &program);
 
     // Rewrites a record before calls() describes it; the default leaves it as it is.
     virtual void normalise(SimRecord &record);

@@ -1,6 +1,7 @@
 #include "dbus/call.h"
 
 #include "dbus/connection.h"
+#include "dbus/silent_peers.h"
 #include "base/log.h"
 
 namespace korvex::dbus {
@@ -26,11 +27,40 @@ MessagePtr new_method_call(const DbusData *data, const char *caller, const char 
     return message;
 }
 
+namespace {
+
+// How a call without reply ended: libdbus reports its own time-out as "NoReply" once the
+// whole time-out went by (the bus uses the same name when the peer left without replying,
+// which comes early); a lost connection of ours says nothing about the destination; any
+// other error is an answer from the destination or from the bus about it.
+silence::Outcome outcome_without_reply(const Error &error, std::uint32_t waited_ms, int timeout_ms) {
+    if (!error.is_set() || error.has_name(DBUS_ERROR_DISCONNECTED)) {
+        return silence::Outcome::kNotSent;
+    }
+    if (!error.has_name(DBUS_ERROR_NO_REPLY)) {
+        return silence::Outcome::kAnswered;
+    }
+    const std::uint32_t full = timeout_ms < 0 ? silence::kDefaultTimeoutMs : static_cast<std::uint32_t>(timeout_ms);
+    // libdbus counts on a coarser clock than ours: a few per cent early still is the time-out.
+    return waited_ms + full / 20 >= full ? silence::Outcome::kTimedOut : silence::Outcome::kAnswered;
+}
+
+}  // namespace
+
 CallResult send_and_wait(DbusData *data, DBusMessage *message, int timeout_ms) {
+    const silent_peers::Call admitted = silent_peers::admit(dbus_message_get_destination(message), timeout_ms);
+    if (silent_peers::fails_fast(admitted)) {
+        return {CallStatus::kNoReply, nullptr, silent_peers::report_fast_failure(admitted)};
+    }
     Error error;
     MessagePtr reply(dbus_connection_send_with_reply_and_block(data->conn, message, timeout_ms, error.get()));
+    const std::uint32_t waited_ms = silent_peers::now_ms() - admitted.ticket.sent_at;
     drain_incoming(data);
-    if (!reply) return {CallStatus::kNoReply, nullptr};
+    if (!reply) {
+        silent_peers::settle(admitted, outcome_without_reply(error, waited_ms, timeout_ms));
+        return {CallStatus::kNoReply, nullptr};
+    }
+    silent_peers::settle(admitted, silence::Outcome::kAnswered);
     return {CallStatus::kReply, std::move(reply)};
 }
 

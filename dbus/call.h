@@ -16,13 +16,17 @@ enum class CallStatus {
     kNoConnection,   // no usable connection ("dbusData is NULL" already logged)
     kNoMessage,      // the method call could not be created (logged)
     kAppendFailed,   // an argument could not be appended (logged)
-    kNoReply,        // time-out, error reply or lost bus (caller logs its own text)
+    kNoReply,        // time-out, error reply, lost bus or a silent destination (caller
+                     // logs its own text when report_no_reply is set)
     kReply,
 };
 
 struct CallResult {
     CallStatus status;
     MessagePtr reply;
+    // False for a call to a silent destination that failed at once and whose "No reply"
+    // record is held back by the rate limit.
+    bool report_no_reply = true;
 };
 
 // Appends one STRING argument; false for a null or non-UTF-8 text, which the bus would refuse.
@@ -31,7 +35,8 @@ bool append_int32(DBusMessage *message, dbus_int32_t value);
 bool append_uint32(DBusMessage *message, dbus_uint32_t value);
 
 // Creates the call (dest may be null: no destination), lets `append` add the arguments,
-// sends it and waits up to timeout_ms. Drops whatever else arrived meanwhile.
+// sends it and waits up to timeout_ms. Drops whatever else arrived meanwhile. A call to a
+// destination that stopped answering fails at once (kNoReply) while its back-off lasts.
 template <typename Append>
 CallResult call_method(request_rec *r, const char *caller, const char *dest, const char *ifac,
                        const char *member, int timeout_ms, Append &&append);

@@ -4,10 +4,12 @@
 
 #include <chrono>
 #include <climits>
+#include <cstring>
 
 #include "dbus/call.h"
 #include "dbus/connection.h"
 #include "dbus/dbus_ptr.h"
+#include "dbus/silent_peers.h"
 #include "base/absent_text.h"
 #include "base/log.h"
 
@@ -21,11 +23,16 @@ using Micros = long long;
 // What libdbus waits when a caller asks for its default time-out.
 constexpr Micros kLibdbusDefaultTimeout = 25000LL * 1000;
 
+// How one call of the batch ended.
+enum class End { kNotSent, kOpen, kAnswered, kExpired };
+
 // Book-keeping of one call while the batch waits (plain data, so it can live in the pool).
 struct Slot {
     dbus_uint32_t serial;
     Micros deadline;  // since the batch was sent
     bool waiting;
+    End end;
+    silent_peers::Call admitted;
 };
 
 const char *primitive_name(TextCallShape shape) {
@@ -75,7 +82,10 @@ public:
         : r_(r), calls_(calls), slots_(slots), count_(count) {}
 
     void sent(std::size_t i, dbus_uint32_t serial) {
-        slots_[i] = Slot{serial, timeout_of(*calls_[i].spec), true};
+        slots_[i].serial = serial;
+        slots_[i].deadline = timeout_of(*calls_[i].spec);
+        slots_[i].waiting = true;
+        slots_[i].end = End::kOpen;
         ++waiting_;
     }
 
@@ -110,7 +120,7 @@ private:
         const dbus_uint32_t serial = dbus_message_get_reply_serial(message);
         for (std::size_t i = 0; i < count_; ++i) {
             if (slots_[i].waiting && slots_[i].serial == serial) {
-                close(i);
+                close(i, End::kAnswered);
                 if (type == DBUS_MESSAGE_TYPE_METHOD_RETURN) {
                     calls_[i].result = reply_text(r_->pool, message, primitive_name(calls_[i].shape));
                 }
@@ -129,7 +139,7 @@ private:
                 continue;
             }
             if (slots_[i].deadline <= now) {
-                close(i);
+                close(i, End::kExpired);
             } else if (slots_[i].deadline < next) {
                 next = slots_[i].deadline;
             }
@@ -137,8 +147,9 @@ private:
         return next - now;
     }
 
-    void close(std::size_t i) {
+    void close(std::size_t i, End end) {
         slots_[i].waiting = false;
+        slots_[i].end = end;
         --waiting_;
     }
 
@@ -149,6 +160,29 @@ private:
     std::size_t waiting_ = 0;
     const Clock::time_point start_ = Clock::now();
 };
+
+// Tells the table of silent destinations how each call went. All calls left together, so
+// a destination that answered any of them answered in time: its other calls' time-outs
+// (a member it ignores) do not make it silent. Answers are settled first for that reason.
+void settle_destinations(const TextCall *calls, const Slot *slots, std::size_t count) {
+    auto answered_dest = [&](const char *dest) {
+        for (std::size_t j = 0; j < count; ++j) {
+            if (slots[j].end == End::kAnswered && dest != nullptr && calls[j].spec->dest != nullptr &&
+                std::strcmp(calls[j].spec->dest, dest) == 0) {
+                return true;
+            }
+        }
+        return false;
+    };
+    for (std::size_t i = 0; i < count; ++i) {
+        if (slots[i].end == End::kAnswered) silent_peers::settle(slots[i].admitted, silence::Outcome::kAnswered);
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (slots[i].end == End::kAnswered || silent_peers::fails_fast(slots[i].admitted)) continue;
+        const bool timed_out = slots[i].end == End::kExpired && !answered_dest(calls[i].spec->dest);
+        silent_peers::settle(slots[i].admitted, timed_out ? silence::Outcome::kTimedOut : silence::Outcome::kNotSent);
+    }
+}
 
 }  // namespace
 
@@ -163,17 +197,25 @@ bool call_text_batch(request_rec *r, TextCall *calls, std::size_t count, const c
     auto *slots = static_cast<Slot *>(apr_pcalloc(r->pool, sizeof(Slot) * (count > 0 ? count : 1)));
     Collector collector(r, calls, slots, count);
     for (std::size_t i = 0; i < count; ++i) {
+        slots[i].end = End::kNotSent;
+        slots[i].admitted = silent_peers::Call{-1, {silence::Admission::kSend, 0, 0}};
         MessagePtr message = build_call(*data, calls[i]);
+        if (!message) continue;
+        slots[i].admitted = silent_peers::admit(calls[i].spec->dest, calls[i].spec->timeout);
+        if (silent_peers::fails_fast(slots[i].admitted)) continue;
         dbus_uint32_t serial = 0;
-        if (message && dbus_connection_send(data->conn, message.get(), &serial)) {
+        if (dbus_connection_send(data->conn, message.get(), &serial)) {
             collector.sent(i, serial);
         }
     }
     dbus_connection_flush(data->conn);
     collector.run(data->conn);
     drain_incoming(data);
+    settle_destinations(calls, slots, count);
     for (std::size_t i = 0; i < count; ++i) {
-        if (calls[i].result == nullptr) {
+        const bool reported = !silent_peers::fails_fast(slots[i].admitted) ||
+                              silent_peers::report_fast_failure(slots[i].admitted);
+        if (calls[i].result == nullptr && reported) {
             log_no_reply(calls[i]);
         }
     }

@@ -30,6 +30,7 @@ public:
     bool is_set() const { return dbus_error_is_set(&error_) != 0; }
     const char *message() const { return error_.message; }
     const char *name() const { return error_.name; }
+    bool has_name(const char *name) const { return dbus_error_has_name(&error_, name) != 0; }
 
 private:
     DBusError error_;

@@ -54,7 +54,7 @@ MessagePtr call_and_wait(request_rec *r, const ListCall &call) {
                                             call.spec->timeout, [&call](DBusMessage *message) {
                                                 return korvex::dbus::append_string(message, call.argument);
                                             });
-    if (result.status == korvex::dbus::CallStatus::kNoReply) {
+    if (result.status == korvex::dbus::CallStatus::kNoReply && result.report_no_reply) {
         log_no_reply(call);
     }
     return std::move(result.reply);

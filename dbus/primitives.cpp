@@ -33,7 +33,7 @@ int send_ret_int(request_rec *r, const char *caller, const DbusCallSpec *spec, A
     auto result = call_method(r, caller, spec->dest, spec->ifac, spec->cmd, spec->timeout, append);
     if (result.status < CallStatus::kNoReply) return -1;
     if (result.status == CallStatus::kNoReply) {
-        KLOG_AS(KORVEX_LOG_ERROR, caller, "No reply\n");
+        if (result.report_no_reply) KLOG_AS(KORVEX_LOG_ERROR, caller, "No reply\n");
     } else {
         dbus_int32_t value = 0;
         if (first_int32(result.reply.get(), &value)) {
@@ -63,7 +63,7 @@ char *send_ret_str(request_rec *r, const char *caller, const DbusCallSpec *spec,
     auto result = call_method(r, caller, spec->dest, spec->ifac, spec->cmd, spec->timeout, append);
     if (result.status < CallStatus::kNoReply) return nullptr;
     if (result.status == CallStatus::kNoReply) {
-        KLOG_AS(KORVEX_LOG_ERROR, caller, "No reply\n");
+        if (result.report_no_reply) KLOG_AS(KORVEX_LOG_ERROR, caller, "No reply\n");
     } else {
         const char *text = first_string(result.reply.get());
         if (text == nullptr) {
@@ -108,7 +108,7 @@ char *apache_dbus_string_message(request_rec *r, const char *str, const char *de
                                  const char *command) {
     auto result = call_method(r, __func__, dest, ifac, command, korvex::peer::kTimeoutStringMessage,
                               [str](DBusMessage *m) { return append_string(m, str); });
-    if (result.status == CallStatus::kNoReply) {
+    if (result.status == CallStatus::kNoReply && result.report_no_reply) {
         KLOG(KORVEX_LOG_ERROR, "No reply, str: %s, dest: %s, ifac: %s, command: %s\n", str, dest, ifac, command);
     }
     if (result.status != CallStatus::kReply) return nullptr;
@@ -119,7 +119,7 @@ char *apache_dbus_get_nvram(request_rec *r, const char *key, const char *dest, c
     const char *member = korvex::peer::kNvramGet.cmd;
     auto result = call_method(r, __func__, dest, ifac, member, korvex::peer::kNvramGet.timeout,
                               [key](DBusMessage *m) { return append_string(m, key); });
-    if (result.status == CallStatus::kNoReply) {
+    if (result.status == CallStatus::kNoReply && result.report_no_reply) {
         KLOG(KORVEX_LOG_ERROR, "No reply, key: %s, dest: %s, ifac: %s, cmd: %s\n", key, dest, ifac, member);
     }
     if (result.status != CallStatus::kReply) return nullptr;
@@ -133,7 +133,7 @@ char *apache_dbus_set_nvram(request_rec *r, const char *key, const char *value, 
                               [key, value](DBusMessage *m) {
                                   return append_string(m, key) && append_string(m, value);
                               });
-    if (result.status == CallStatus::kNoReply) {
+    if (result.status == CallStatus::kNoReply && result.report_no_reply) {
         KLOG(KORVEX_LOG_ERROR, "No reply, key: %s, dest: %s, ifac: %s, cmd: %s\n", key, dest, ifac, member);
     }
     if (result.status != CallStatus::kReply) return nullptr;
@@ -146,7 +146,7 @@ int apache_dbus_commit_nvram(request_rec *r, const char *dest, const char *ifac)
                               [](DBusMessage *m) { return append_string(m, korvex::peer::kNvramCommitArgument); });
     if (result.status < CallStatus::kNoReply) return -1;
     if (result.status == CallStatus::kNoReply) {
-        KLOG(KORVEX_LOG_ERROR, "No reply, dest: %s, ifac: %s, cmd: %s\n", dest, ifac, member);
+        if (result.report_no_reply) KLOG(KORVEX_LOG_ERROR, "No reply, dest: %s, ifac: %s, cmd: %s\n", dest, ifac, member);
         return 0;
     }
     dbus_int32_t value = 0;
@@ -167,7 +167,9 @@ int dbus_control_LED(request_rec *r, const char *led, unsigned value, const char
                               });
     if (result.status < CallStatus::kNoReply) return 0;
     if (result.status == CallStatus::kNoReply) {
-        KLOG(KORVEX_LOG_ERROR, "No reply, led: %s, dest: %s, ifac: %s, cmd: %s\n", led, dest, ifac, member);
+        if (result.report_no_reply) {
+            KLOG(KORVEX_LOG_ERROR, "No reply, led: %s, dest: %s, ifac: %s, cmd: %s\n", led, dest, ifac, member);
+        }
     } else {
         dbus_int32_t reply_value = 0;
         if (first_int32(result.reply.get(), &reply_value)) {

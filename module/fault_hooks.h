@@ -7,10 +7,15 @@
 
 namespace korvex::fault {
 
-// The request header that asks for a fault, and its one value: throw an exception once the
-// resource has written its answer.
+// The request header that asks for a fault, and its values: throw an exception once the
+// resource has written its answer; forget which destinations stopped answering before the
+// request is served (so that one test's silent daemon does not hold back the next test).
 inline constexpr char kHeader[] = "X-Korvex-Fault";
 inline constexpr char kThrowAfterServe[] = "throw-after-serve";
+inline constexpr char kForgetSilentPeers[] = "forget-silent-peers";
+
+// Acts on kForgetSilentPeers when the hooks are built in; does nothing otherwise.
+void before_serve(request_rec *r);
 
 // Throws std::runtime_error("injected fault") when the request asks for it and the hooks
 // are built in; does nothing otherwise.

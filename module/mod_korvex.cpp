@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "dbus/connection.h"
+#include "dbus/silent_peers.h"
 #include "base/guard.h"
 #include "base/log.h"
 #include "registry/module_config.h"
@@ -20,9 +21,9 @@ unsigned address_word(const void *p) { return static_cast<unsigned>(reinterpret_
 
 // The hook bodies run inside lambdas (see guarded()), where __func__ would be "operator()":
 // their log lines name the hook explicitly.
-int shm_counter_post_config(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec *s) {
+int shm_counter_post_config(apr_pool_t *pconf, apr_pool_t *, apr_pool_t *, server_rec *s) {
     static constexpr char kFunc[] = "shm_counter_post_config";
-    return korvex::guarded(kFunc, korvex::http::kOk, [s] {
+    return korvex::guarded(kFunc, korvex::http::kOk, [pconf, s] {
         apr_pool_t *pool = s->process->pool;
         KLOG_AS(KORVEX_LOG_TRACE, kFunc, "enter %s, s->process->pool addr: 0x%x\n", kFunc, address_word(pool));
         void *existing = nullptr;
@@ -43,6 +44,9 @@ int shm_counter_post_config(apr_pool_t *, apr_pool_t *, apr_pool_t *, server_rec
             }
             apr_pool_userdata_set(config, kModuleConfigKey, apr_pool_cleanup_null, pool);
         }
+        // Which daemons stopped answering, shared by every child and thread; made anew for
+        // each generation of children.
+        korvex::dbus::silent_peers::create(pconf);
         KLOG_AS(KORVEX_LOG_TRACE, kFunc, "leave %s\n", kFunc);
         return korvex::http::kOk;
     });

@@ -197,6 +197,7 @@ int korvex_handler(request_rec *r) {
         if (std::strcmp(r->handler, resource.handler_name) == 0) {
             forbid_active_content(r);
             return korvex::guarded(resource.handler_name, korvex::http::kInternalServerError, [r, &resource] {
+                korvex::fault::before_serve(r);
                 const int status = resource.serve(r);
                 korvex::fault::after_serve(r);
                 return status;

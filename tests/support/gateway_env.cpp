@@ -1,5 +1,6 @@
 #include "tests/support/gateway_env.h"
 
+#include "tests/support/http_client.h"
 #include "tests/support/process_runner.h"
 
 #include <fcntl.h>
@@ -400,11 +401,26 @@ GatewayEnv &GatewayTest::env() {
     return *shared().env;
 }
 
+void GatewayEnv::forget_silent_peers() const {
+    HttpRequest request;
+    request.target = "/network.cgi?test=0";
+    request.headers = {"X-Korvex-Fault: forget-silent-peers"};
+    request.timeout_ms = 10000;
+    const HttpResponse response = send(port_, request);
+    if (response.status != 200) {
+        throw std::runtime_error("forgetting the silent destinations failed: " + std::to_string(response.status) +
+                                 " " + response.error);
+    }
+}
+
 void GatewayTest::SetUp() {
     SharedEnv &state = shared();
     if (!state.env) GTEST_FAIL() << "the gateway did not start:\n" << state.error;
     // A test that stopped the bus and failed before restarting it does not spoil the next.
     if (state.env->options().with_bus && !state.env->bus_running()) state.env->bus_start();
+    // Nor does a daemon that an earlier test left silent: the server would still fail calls
+    // to it at once for a while.
+    state.env->forget_silent_peers();
 }
 
 }  // namespace korvex::test

@@ -86,6 +86,10 @@ public:
     void bus_start();
     bool bus_running() const;
 
+    // Clears the server's table of destinations that stopped answering (a test hook of the
+    // development build), so that calls to them are sent again at once.
+    void forget_silent_peers() const;
+
     pid_t server_pid() const;                  // the server's parent process (host pid)
     std::vector<pid_t> server_child_pids() const;
     // Resident memory (VmRSS) of a process in kB, -1 if it is gone.

@@ -1,0 +1,40 @@
+// The server-wide table of destinations that stopped answering (see silence_state.h for
+// the rules). One record per gateway bus name, in memory that the parent maps before it
+// forks the children, so every child and thread of this server generation shares it.
+#pragma once
+
+#include "base/apache_shim.h"
+#include "dbus/silence_state.h"
+
+namespace korvex::dbus::silent_peers {
+
+// Maps a fresh table, unmapped again with `pool` (the configuration pool: a restart gets a
+// new, empty table while children of the old generation keep theirs). Without a table
+// (tools and tests that run no server) every call is simply sent. False when mapping failed.
+bool create(apr_pool_t *pool);
+
+// Every destination back to "answering" (test hook).
+void forget_all();
+
+// One call's place in the table: record -1 for a destination the table does not track.
+struct Call {
+    int record;
+    silence::Ticket ticket;
+};
+
+// Asks whether a call to `dest` may go now.
+Call admit(const char *dest, int timeout_ms);
+inline bool fails_fast(const Call &call) { return call.ticket.admission == silence::Admission::kFailFast; }
+
+// Records how a sent call ended; a silence declared, grown or ended is logged here.
+void settle(const Call &call, silence::Outcome outcome);
+
+// For a call that failed at once: whether its "No reply" record is written now. At most one
+// a second per destination and process; the next one written is preceded by the count of
+// those left out.
+bool report_fast_failure(const Call &call);
+
+// The system-wide monotonic clock in milliseconds, modulo 2^32.
+std::uint32_t now_ms();
+
+}  // namespace korvex::dbus::silent_peers

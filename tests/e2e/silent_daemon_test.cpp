@@ -1,0 +1,234 @@
+// A daemon that stopped answering costs one time-out, not one per call: afterwards calls to
+// it fail at once (same answer, same log line) while every other daemon answers as usual,
+// and the first answer it gives again ends that for every child of the server.
+#include <algorithm>
+#include <cstdio>
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/command_test.h"
+#include "tests/support/http_client.h"
+#include "tests/support/log_lines.h"
+
+namespace korvex::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const std::string kSdk = "com.korvex-labs.www.sdk";
+const std::string kSdkEasy = kSdk + " com.KorvexLabs.easy.command name";
+const std::string kSilentSdk = R"({"destination":"com.korvex-labs.www.sdk","mode":"silent"})";
+const std::string kEasyNoReply = "apache_dbus_string_message:L apache: No reply, str: x, dest: com.korvex-labs.www.sdk, "
+                                 "ifac: com.KorvexLabs.easy.command, command: name";
+constexpr long kStringTimeoutMs = 5000;
+
+long ms_since(Clock::time_point start) {
+    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
+}
+
+long percentile(std::vector<long> values, double p) {
+    if (values.empty()) return -1;
+    std::sort(values.begin(), values.end());
+    return values[static_cast<size_t>(p * static_cast<double>(values.size() - 1))];
+}
+
+// The messages of the module's log lines since `offset` that contain `text`, without the
+// level, pid and source-line prefix.
+std::vector<std::string> messages(const std::string &log, const std::string &text) {
+    std::vector<std::string> found;
+    for (const std::string &line : module_log_lines(log, text)) {
+        const size_t at = line.find(" apache: ");
+        found.push_back(at == std::string::npos ? line : line.substr(at + 9));
+    }
+    return found;
+}
+
+class SilentDaemonTest : public CommandTest {
+protected:
+    // Waits until the server has declared the SDK daemon silent; the time it reports.
+    long wait_until_declared(size_t since) {
+        EXPECT_TRUE(env().wait_for_log("stopped answering", std::chrono::seconds(15), since));
+        const std::vector<std::string> declared = messages(env().error_log_since(since), "stopped answering");
+        if (declared.size() != 1u) {
+            ADD_FAILURE() << "expected one declaration, got " << declared.size();
+            return -1;
+        }
+        static const std::regex kDeclared(
+            R"(^com\.korvex-labs\.www\.sdk stopped answering: silent for ([0-9]+) ms, calls to it fail at once for 1000 ms$)");
+        std::smatch match;
+        if (!std::regex_match(declared[0], match, kDeclared)) {
+            ADD_FAILURE() << declared[0];
+            return -1;
+        }
+        return std::stol(match[1]);
+    }
+
+    void other_daemons_keep_their_latency();
+};
+
+TEST_F(SilentDaemonTest, FirstCallTakesItsTimeOutAndTheNextOnesFailAtOnceWithTheSameBytes) {
+    sim().set_rule(kSilentSdk);
+    const size_t since = env().error_log_size();
+
+    EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+    EXPECT_GE(elapsed_ms(), kStringTimeoutMs - 200);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+        EXPECT_LT(elapsed_ms(), 500) << "call " << i << " waited for the silent daemon again";
+    }
+    EXPECT_EQ(calls(), Calls{kSdkEasy + "(s:x)"}) << "only the first call reached the daemon";
+
+    const long silent_ms = wait_until_declared(since);
+    EXPECT_GE(silent_ms, kStringTimeoutMs - 200);
+    EXPECT_LT(silent_ms, kStringTimeoutMs + 1500);
+    // The failures at once log what the time-out logged (the first one a second per child).
+    const std::vector<std::string> no_reply = messages(env().error_log_since(since), "No reply");
+    ASSERT_GE(no_reply.size(), 2u);
+    for (const std::string &line : module_log_lines(env().error_log_since(since), "No reply")) {
+        EXPECT_EQ(line, "[korvex:6] [pid N] " + kEasyNoReply);
+    }
+}
+
+TEST_F(SilentDaemonTest, SnapshotDuringTheWindowAnswersAtOnceWithoutTheSilentDaemonsItems) {
+    const std::string healthy = run("jsongetupdate=");
+    sim().set_rule(kSilentSdk);
+    const std::string first = run("jsongetupdate=");
+    EXPECT_GE(elapsed_ms(), kStringTimeoutMs - 200);
+    EXPECT_NE(first, healthy);
+    sim().clear_records();
+    EXPECT_EQ(run("jsongetupdate="), first);
+    EXPECT_LT(elapsed_ms(), 1000);
+    for (const std::string &call : calls()) EXPECT_EQ(call.find(kSdk + " "), std::string::npos) << call;
+}
+
+TEST_F(SilentDaemonTest, WindowEndsForEveryChildOnceTheDaemonAnswersAgain) {
+    const std::string healthy = run("easycmd=x");
+    sim().set_rule(kSilentSdk);
+    const size_t before_silence = env().error_log_size();
+    EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+    wait_until_declared(before_silence);
+
+    sim().reset();  // the daemon answers again
+    EXPECT_EQ(run("easycmd=x"), "easycmd failed") << "still inside the first window";
+    EXPECT_LT(elapsed_ms(), 500);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    const size_t since = env().error_log_size();
+    EXPECT_EQ(run("easycmd=x"), healthy) << "the probe";
+    EXPECT_LT(elapsed_ms(), 1000);
+    const std::vector<std::string> recovered = messages(env().error_log_since(since), "answers again");
+    ASSERT_EQ(recovered.size(), 1u);
+    EXPECT_TRUE(std::regex_match(recovered[0],
+                                 std::regex(R"(^com\.korvex-labs\.www\.sdk answers again after [0-9]+ ms of silence$)")))
+        << recovered[0];
+
+    // Many connections at once, so several children serve them: all reach the daemon.
+    std::vector<std::future<HttpResponse>> answers;
+    for (int i = 0; i < 8; ++i) {
+        answers.push_back(std::async(std::launch::async, [] { return get(port(), "/network.cgi?easycmd=x", 10000); }));
+    }
+    for (auto &answer : answers) {
+        const HttpResponse response = answer.get();
+        EXPECT_EQ(response.status, 200);
+        EXPECT_EQ(response.body, healthy);
+    }
+    EXPECT_EQ(calls(9).size(), 9u);
+}
+
+TEST_F(SilentDaemonTest, DaemonAnsweringJustWithinItsTimeOutNeverTrips) {
+    const std::string healthy = run("getdoscenemode=");
+    sim().clear_records();
+    nvram_rule("get", R"("mode":"default","delay_ms":900)");
+    const size_t since = env().error_log_size();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(run("getdoscenemode="), healthy);
+        EXPECT_GE(elapsed_ms(), 850);
+    }
+    EXPECT_EQ(calls().size(), 3u);
+    EXPECT_EQ(env().count_log_lines("stopped answering", since), 0u);
+    EXPECT_EQ(env().count_log_lines("No reply", since), 0u);
+}
+
+// Under load with the SDK daemon silent: once its first time-out has passed, the platform's
+// getter answers as fast as ever and "sdk.cgi" answers at once.
+void SilentDaemonTest::other_daemons_keep_their_latency() {
+    GatewayEnv &gateway = env();
+    SimClient &sim = this->sim();
+    const int port = gateway.port();
+    std::vector<long> healthy;
+    for (int i = 0; i < 20; ++i) {
+        const auto start = Clock::now();
+        EXPECT_EQ(get(port, "/network.cgi?getdoscenemode=").status, 200);
+        healthy.push_back(ms_since(start));
+    }
+    sim.set_rule(kSilentSdk);
+    const size_t since = gateway.error_log_size();
+
+    std::atomic<bool> stop{false};
+    std::atomic<long> declared_at{-1};
+    const auto load_start = Clock::now();
+    std::vector<std::future<std::vector<long>>> clients;
+    for (int i = 0; i < 8; ++i) {
+        clients.push_back(std::async(std::launch::async, [&] {
+            std::vector<long> after_declaration;
+            while (!stop) {
+                const long sent = ms_since(load_start);
+                const auto start = Clock::now();
+                get(port, "/sdk.cgi?json=x", 20000);
+                const long took = ms_since(start);
+                const long declared = declared_at.load();
+                if (declared >= 0 && sent > declared) after_declaration.push_back(took);
+            }
+            return after_declaration;
+        }));
+    }
+    wait_until_declared(since);
+    declared_at = ms_since(load_start);
+
+    std::vector<long> getter;
+    for (int i = 0; i < 40; ++i) {
+        const auto start = Clock::now();
+        EXPECT_EQ(get(port, "/network.cgi?getdoscenemode=", 20000).status, 200);
+        getter.push_back(ms_since(start));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    stop = true;
+    std::vector<long> sdk;
+    for (auto &client : clients) {
+        const std::vector<long> mine = client.get();
+        sdk.insert(sdk.end(), mine.begin(), mine.end());
+    }
+    const long healthy_p50 = percentile(healthy, 0.5);
+    std::printf("[silent sdk] getter healthy p50 %ld ms, silent p50 %ld p99 %ld max %ld ms; sdk.cgi p50 %ld ms (%zu)\n",
+                healthy_p50, percentile(getter, 0.5), percentile(getter, 0.99), percentile(getter, 1.0),
+                percentile(sdk, 0.5), sdk.size());
+    // A server whose workers all wait for the silent daemon keeps the getter waiting up to
+    // the whole 5 s time-out; the bounds are ten times below that.
+    EXPECT_LT(percentile(getter, 1.0), 500);
+    ASSERT_FALSE(sdk.empty());
+    EXPECT_LT(percentile(sdk, 0.5), 200);
+}
+
+TEST_F(SilentDaemonTest, OtherDaemonsKeepTheirLatencyUnderPrefork) {
+    other_daemons_keep_their_latency();
+}
+
+class SilentDaemonEventTest : public SilentDaemonTest {
+protected:
+    static void SetUpTestSuite() {
+        GatewayEnv::Options options;
+        options.mpm = "event";
+        use_env(options);
+    }
+};
+
+TEST_F(SilentDaemonEventTest, OtherDaemonsKeepTheirLatencyUnderEvent) {
+    other_daemons_keep_their_latency();
+}
+
+}  // namespace
+}  // namespace korvex::test

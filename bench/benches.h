@@ -14,5 +14,7 @@ void run_overhead_bench(const test::GatewayEnv &env, test::SimClient &sim);
 // Resident memory of the serving child over a long series of requests, then over
 // requests whose replies all arrive after their time-out.
 void run_memory_bench(const test::GatewayEnv &env, test::SimClient &sim);
+// 32 clients, half of them calling a daemon that goes silent and answers again later.
+void run_silent_daemon_bench(const test::GatewayEnv &env, test::SimClient &sim);
 
 }  // namespace korvex::bench

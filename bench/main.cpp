@@ -27,6 +27,8 @@ int main() {
         std::fflush(stdout);
         korvex::bench::run_memory_bench(*env, sim);
         std::fflush(stdout);
+        korvex::bench::run_silent_daemon_bench(*env, sim);
+        std::fflush(stdout);
         return 0;
     } catch (const std::exception &e) {
         std::fprintf(stderr, "korvex_bench: %s\n", e.what());

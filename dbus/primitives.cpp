@@ -146,7 +146,9 @@ int apache_dbus_commit_nvram(request_rec *r, const char *dest, const char *ifac)
                               [](DBusMessage *m) { return append_string(m, korvex::peer::kNvramCommitArgument); });
     if (result.status < CallStatus::kNoReply) return -1;
     if (result.status == CallStatus::kNoReply) {
-        if (result.report_no_reply) KLOG(KORVEX_LOG_ERROR, "No reply, dest: %s, ifac: %s, cmd: %s\n", dest, ifac, member);
+        if (result.report_no_reply) {
+            KLOG(KORVEX_LOG_ERROR, "No reply, dest: %s, ifac: %s, cmd: %s\n", dest, ifac, member);
+        }
         return 0;
     }
     dbus_int32_t value = 0;

@@ -23,8 +23,9 @@ using Clock = std::chrono::steady_clock;
 const std::string kSdk = "com.korvex-labs.www.sdk";
 const std::string kSdkEasy = kSdk + " com.KorvexLabs.easy.command name";
 const std::string kSilentSdk = R"({"destination":"com.korvex-labs.www.sdk","mode":"silent"})";
-const std::string kEasyNoReply = "apache_dbus_string_message:L apache: No reply, str: x, dest: com.korvex-labs.www.sdk, "
-                                 "ifac: com.KorvexLabs.easy.command, command: name";
+const std::string kEasyNoReply =
+    "apache_dbus_string_message:L apache: No reply, str: x, dest: com.korvex-labs.www.sdk, "
+    "ifac: com.KorvexLabs.easy.command, command: name";
 constexpr long kStringTimeoutMs = 5000;
 
 long ms_since(Clock::time_point start) {
@@ -58,8 +59,8 @@ protected:
             ADD_FAILURE() << "expected one declaration, got " << declared.size();
             return -1;
         }
-        static const std::regex kDeclared(
-            R"(^com\.korvex-labs\.www\.sdk stopped answering: silent for ([0-9]+) ms, calls to it fail at once for 1000 ms$)");
+        static const std::regex kDeclared(R"(^com\.korvex-labs\.www\.sdk stopped answering: silent for ([0-9]+) ms, )"
+                                          R"(calls to it fail at once for 1000 ms$)");
         std::smatch match;
         if (!std::regex_match(declared[0], match, kDeclared)) {
             ADD_FAILURE() << declared[0];
@@ -129,7 +130,8 @@ TEST_F(SilentDaemonTest, WindowEndsForEveryChildOnceTheDaemonAnswersAgain) {
     // Many connections at once, so several children serve them: all reach the daemon.
     std::vector<std::future<HttpResponse>> answers;
     for (int i = 0; i < 8; ++i) {
-        answers.push_back(std::async(std::launch::async, [] { return get(port(), "/network.cgi?easycmd=x", 10000); }));
+        answers.push_back(
+            std::async(std::launch::async, [] { return get(port(), "/network.cgi?easycmd=x", 10000); }));
     }
     for (auto &answer : answers) {
         const HttpResponse response = answer.get();

@@ -41,7 +41,7 @@ cmake -S "$source_dir" -B "$build_dir" -DCMAKE_TOOLCHAIN_FILE="$source_dir/cmake
     { cat "$build_dir/configure.log" >&2; exit 1; }
 cmake --build "$build_dir" -j"$jobs" >"$build_dir/build.log" 2>&1 ||
     { tail -60 "$build_dir/build.log" >&2; exit 1; }
-step "built $(file -b "$build_dir/mod_korvex.so" | cut -d, -f1-2)"
+step "built mod_korvex.so for $("$triplet-readelf" -h "$build_dir/mod_korvex.so" | sed -n 's/^ *Machine: *//p')"
 
 # The unit tests, each run through the emulator (CMAKE_CROSSCOMPILING_EMULATOR).
 ctest --test-dir "$build_dir" --output-on-failure -L unit >"$build_dir/unit.log" 2>&1 ||

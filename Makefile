@@ -66,5 +66,14 @@ FUZZ_SECONDS ?= 60
 fuzz: deps
 	bash scripts/fuzz.sh $(FUZZ_SECONDS)
 
+# Build for the board in build-cross-$(ARCH)/, unit tests under qemu, exports checked with
+# the native exports test (see docs/cross-build.md).
+ARCH ?= mipsel
+.PHONY: cross
+cross: configure
+	bash scripts/install-cross-deps.sh $(ARCH)
+	cmake --build $(BUILD_DIR) -j$(JOBS) --target e2e_exports_test
+	bash scripts/cross.sh $(ARCH) $(BUILD_DIR)/tests/e2e_exports_test
+
 clean:
 	rm -rf $(BUILD_DIR) $(SANITIZE_BUILD_DIR) build-fuzz

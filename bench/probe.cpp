@@ -6,7 +6,11 @@ namespace korvex::bench {
 
 double timed_get(int port, const Probe &probe) {
     const auto started = std::chrono::steady_clock::now();
-    const test::HttpResponse response = test::get(port, probe.target, probe.timeout_ms);
+    test::HttpRequest request;
+    request.target = probe.target;
+    request.headers = probe.headers;
+    request.timeout_ms = probe.timeout_ms;
+    const test::HttpResponse response = test::send(port, request);
     const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - started;
     if (response.status != 200 || (!probe.expect.empty() && response.body.find(probe.expect) == std::string::npos)) {
         const std::string what = response.status == 0 ? response.error : response.body.substr(0, 200);

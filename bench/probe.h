@@ -20,6 +20,7 @@ struct Probe {
     std::string target;  // path and query
     std::string expect;  // the body must contain this ("" = status 200 is enough)
     long timeout_ms = 10000;
+    std::vector<std::string> headers = {};  // "Name: value", sent with the request
 };
 
 // One GET of probe.target; returns its latency in ms, throws BenchFailure on a wrong answer.

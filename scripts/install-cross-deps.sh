@@ -15,14 +15,9 @@ esac
 
 packages=("crossbuild-essential-$arch" qemu-user-static)
 
-installed() {
-    [ "$(dpkg-query -W -f='${Status}' "$1" 2>/dev/null)" = "install ok installed" ]
-}
-
-missing=()
-for package in "${packages[@]}"; do
-    installed "$package" || missing+=("$package")
-done
+# shellcheck source=lib/packages.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib/packages.sh"
+find_missing_packages
 known=0
 dpkg --print-foreign-architectures | grep -qx "$arch" && known=1
 [ "${#missing[@]}" -eq 0 ] && [ "$known" -eq 1 ] && exit 0

@@ -10,14 +10,9 @@ command -v dbus-daemon >/dev/null || packages+=(dbus-daemon)
 # The suite also builds for the board (mipsel): its cross toolchain and emulator.
 bash "$(dirname "${BASH_SOURCE[0]}")/install-cross-deps.sh" mipsel
 
-installed() {
-    [ "$(dpkg-query -W -f='${Status}' "$1" 2>/dev/null)" = "install ok installed" ]
-}
-
-missing=()
-for package in "${packages[@]}"; do
-    installed "$package" || missing+=("$package")
-done
+# shellcheck source=lib/packages.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib/packages.sh"
+find_missing_packages
 [ "${#missing[@]}" -eq 0 ] && exit 0
 
 if [ "$(id -u)" != 0 ]; then

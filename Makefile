@@ -12,7 +12,7 @@ SANITIZE_FLAGS += -Wno-maybe-uninitialized
 SANITIZE_LINK := -fsanitize=address,undefined
 SANITIZE_RUN_ROOT ?= /var/tmp/korvex-runs/sanitize
 
-.PHONY: run test deps configure build clean sanitize-build sanitize-test bench fuzz soak
+.PHONY: run test deps configure build clean sanitize-build sanitize-test bench fuzz soak deb
 
 deps:
 	bash scripts/install-deps.sh
@@ -66,5 +66,10 @@ FUZZ_SECONDS ?= 60
 fuzz: deps
 	bash scripts/fuzz.sh $(FUZZ_SECONDS)
 
+# Debian packages (release build, lintian-checked) into DEB_DIR: see docs/packaging.md.
+DEB_DIR := build-deb
+deb: deps
+	bash scripts/build-deb.sh $(DEB_DIR)
+
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_BUILD_DIR) build-fuzz
+	rm -rf $(BUILD_DIR) $(SANITIZE_BUILD_DIR) build-fuzz $(DEB_DIR)

@@ -1,13 +1,33 @@
 #!/usr/bin/env bash
 # Tests what the Debian packages ship, without installing them: the packages are extracted
 # (dpkg-deb -x) under a run directory and used from there. See docs/packaging.md.
-#   package-test.sh DEB_DIR BUILD_DIR
-# DEB_DIR holds the built .deb files; BUILD_DIR a development build with the simulator.
+#   package-test.sh [--build] DEB_DIR BUILD_DIR
+# DEB_DIR holds the built .deb files (with --build: they are built there first unless
+# they are newer than every file of the tree); BUILD_DIR a development build with the
+# simulator.
 # Exit status 0 when every check holds, 1 otherwise, 77 when the machine cannot run it
 # (not root, or no www-data account).
 set -euo pipefail
 
 SOURCE_DIR="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+
+# True when DIR has no module package or a file of the tree changed after it was built.
+packages_stale() { # DIR
+    local deb
+    deb="$(ls -t "$1"/libapache2-mod-korvex_*.deb 2>/dev/null | head -n 1)"
+    [ -n "$deb" ] || return 0
+    [ -n "$(cd "$SOURCE_DIR" && git ls-files -z --cached --others --exclude-standard |
+        xargs -0 -r sh -c 'for f; do [ ! -e "$f" ] || [ ! "$f" -nt "$0" ] || echo "$f"; done' "$deb" |
+        head -n 1)" ]
+}
+if [ "${1:-}" = --build ]; then
+    shift
+    mkdir -p "${1:?usage: package-test.sh [--build] DEB_DIR BUILD_DIR}"
+    if packages_stale "$1"; then
+        echo "package-test: building the packages into $1"
+        bash "$SOURCE_DIR/scripts/build-deb.sh" "$1" >/dev/null
+    fi
+fi
 DEB_DIR="$(cd "${1:?usage: package-test.sh DEB_DIR BUILD_DIR}" && pwd)"
 BUILD_DIR="$(cd "${2:?usage: package-test.sh DEB_DIR BUILD_DIR}" && pwd)"
 RUN_ROOT="${KORVEX_RUN_ROOT:-/var/tmp/korvex-runs}/package-$$"

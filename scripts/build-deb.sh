@@ -13,6 +13,7 @@ OUT_DIR="$(cd "$OUT_DIR" && pwd)"
 src="$OUT_DIR/src"
 rm -rf "$src" "$OUT_DIR"/*.deb "$OUT_DIR"/*.changes "$OUT_DIR"/*.buildinfo
 mkdir -p "$src"
+# shellcheck disable=SC2016 # expanded by the inner shell
 # Tracked and new files of the working tree, without build directories or git data.
 (cd "$SOURCE_DIR" && git ls-files -z --cached --others --exclude-standard |
     xargs -0 -r sh -c 'for f; do [ -e "$f" ] && printf "%s\0" "$f"; done' sh |

@@ -14,8 +14,10 @@ SOURCE_DIR="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 # True when DIR has no module package or a file of the tree changed after it was built.
 packages_stale() { # DIR
     local deb
+    # shellcheck disable=SC2012 # the package names have no odd characters
     deb="$(ls -t "$1"/libapache2-mod-korvex_*.deb 2>/dev/null | head -n 1)"
     [ -n "$deb" ] || return 0
+    # shellcheck disable=SC2016 # expanded by the inner shell
     [ -n "$(cd "$SOURCE_DIR" && git ls-files -z --cached --others --exclude-standard |
         xargs -0 -r sh -c 'for f; do [ ! -e "$f" ] || [ ! "$f" -nt "$0" ] || echo "$f"; done' "$deb" |
         head -n 1)" ]

@@ -128,10 +128,12 @@ check_plain_gateway() {
     check "getip through the policy" "$GETIP_ANSWER" "$(http_get '/network.cgi?getip=')"
     check "getip reached the platform daemon" 1 "$(records_of getip)"
     sim_control ClearRecords >/dev/null
-    check "the server's account may call the platform daemon" "string \"Korvex-QTR58-3457\"" \
-        "$(direct_call_as www-data www-data | sed -e 's/^/string "/' -e 's/$/"/')"
+    check "the server's account may call the platform daemon" "Korvex-QTR58-3457" \
+        "$(direct_call_as www-data www-data)"
+    check "its call reached the platform daemon" 1 "$(records_of get)"
+    sim_control ClearRecords >/dev/null
     check "another account is refused by the bus" "$REFUSAL" "$(direct_call_as nobody nogroup)"
-    check "the refused call reached no daemon" 1 "$(sim_control Records | jq -c 'length')"
+    check "the refused call reached no daemon" "[]" "$(sim_control Records)"
     gateway_down
 }
 

@@ -76,6 +76,21 @@ SNAPSHOT_ANSWER+='"swversion":"5.3.2:20261015","wifi:":"00:4f:61:12:34:57"}<br>j
 # Records of calls to MEMBER that reached the simulated daemons.
 records_of() { sim_control Records | jq -c --arg m "$1" '[.[] | select(.member == $m)] | length'; }
 
+# Number of "rewriteEntire" signals the simulator received after "reflash", waiting up to
+# SECONDS for the first (a broadcast has no reply to wait for).
+reflash_signals() { # SECONDS
+    local answer count deadline=$((SECONDS + $1))
+    answer="$(http_get '/network.cgi?reflash=all')"
+    [ "$answer" = "reflash done" ] || { echo "reflash answered: $answer"; return; }
+    while :; do
+        count="$(sim_control Records |
+            jq -c '[.[] | select(.type == "signal" and .member == "rewriteEntire")] | length')"
+        [ "$count" = 0 ] && [ "$SECONDS" -lt "$deadline" ] || break
+        sleep 0.1
+    done
+    echo "$count"
+}
+
 seed_snapshot_settings() {
     local setting
     for setting in "${SNAPSHOT_SETTINGS[@]}"; do
@@ -134,6 +149,7 @@ check_plain_gateway() {
     sim_control ClearRecords >/dev/null
     check "another account is refused by the bus" "$REFUSAL" "$(direct_call_as nobody nogroup)"
     check "the refused call reached no daemon" "[]" "$(sim_control Records)"
+    check "the rewriteEntire signal passes the bus" 1 "$(reflash_signals 10)"
     gateway_down
 }
 
@@ -159,18 +175,21 @@ check_auth_gateway() {
     gateway_down
 }
 
-# The same policy without the platform daemon's network interface: the module's call on it
-# is refused by the bus and never reaches the daemon.
+# The same policy without the platform daemon's network interface and the rewriteEntire
+# signal: the module's call and signal are refused by the bus and never reach the daemons.
 check_narrowed_policy() {
     local narrowed="$RUN_ROOT/narrowed-policy.conf" removed="com.KorvexLabs.platform.net"
-    grep -v -F "send_interface=\"$removed\"" "$ROOT/$SHIPPED_POLICY" >"$narrowed"
-    check "the narrowed policy lacks one rule" \
+    grep -v -F -e "send_interface=\"$removed\"" -e 'send_member="rewriteEntire"' \
+        "$ROOT/$SHIPPED_POLICY" >"$narrowed"
+    check "the narrowed policy lacks the rewriteEntire rule" 0 "$(grep -c rewriteEntire "$narrowed" || true)"
+    check "the narrowed policy lacks one method-call rule" \
         "$(($(grep -c 'send_type="method_call"' "$ROOT/$SHIPPED_POLICY") - 1))" \
         "$(grep -c 'send_type="method_call"' "$narrowed")"
     gateway_up narrowed "$narrowed" 0
     sim_control ClearRecords >/dev/null
     check "getip refused by the bus" "getip failed" "$(http_get '/network.cgi?getip=')"
     check "the refused getip reached no daemon" 0 "$(records_of getip)"
+    check "the refused rewriteEntire signal reached no daemon" 0 "$(reflash_signals 2)"
     gateway_down
 }
 

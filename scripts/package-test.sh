@@ -85,7 +85,7 @@ reflash_signals() { # SECONDS
     while :; do
         count="$(sim_control Records |
             jq -c '[.[] | select(.type == "signal" and .member == "rewriteEntire")] | length')"
-        [ "$count" = 0 ] && [ "$SECONDS" -lt "$deadline" ] || break
+        if [ "$count" != 0 ] || [ "$SECONDS" -ge "$deadline" ]; then break; fi
         sleep 0.1
     done
     echo "$count"

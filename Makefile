@@ -12,7 +12,7 @@ SANITIZE_FLAGS += -Wno-maybe-uninitialized
 SANITIZE_LINK := -fsanitize=address,undefined
 SANITIZE_RUN_ROOT ?= /var/tmp/korvex-runs/sanitize
 
-.PHONY: run test deps configure build clean sanitize-build sanitize-test bench fuzz soak
+.PHONY: run test deps configure build clean sanitize-build sanitize-test bench fuzz soak deb
 
 deps:
 	bash scripts/install-deps.sh
@@ -75,5 +75,10 @@ cross: configure
 	cmake --build $(BUILD_DIR) -j$(JOBS) --target e2e_exports_test
 	bash scripts/cross.sh $(ARCH) $(BUILD_DIR)/tests/e2e_exports_test
 
+# Debian packages (release build, lintian-checked) into DEB_DIR: see docs/packaging.md.
+DEB_DIR := build-deb
+deb: deps
+	bash scripts/build-deb.sh $(DEB_DIR)
+
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_BUILD_DIR) build-fuzz
+	rm -rf $(BUILD_DIR) $(SANITIZE_BUILD_DIR) build-fuzz $(DEB_DIR)

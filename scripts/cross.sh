@@ -36,7 +36,7 @@ step "sysroot ready"
 cmake -S "$source_dir" -B "$build_dir" -DCMAKE_TOOLCHAIN_FILE="$source_dir/cmake/cross-toolchain.cmake" \
     -DKORVEX_CROSS_TRIPLET="$triplet" -DKORVEX_CROSS_PROCESSOR="$processor" \
     -DKORVEX_CROSS_SYSROOT="$sysroot" -DKORVEX_CROSS_QEMU="$(command -v "$qemu")" \
-    -DAPACHE_INCLUDE_DIR="$sysroot/usr/include/apache2" \
+    -DAPACHE_INCLUDE_DIR="$sysroot/usr/include/apache2" -DAPACHE_MODULE_DIR=/usr/lib/apache2/modules \
     -DKORVEX_UNIT_TESTS_ONLY=ON -DKORVEX_FAULT_HOOKS=OFF >"$build_dir/configure.log" 2>&1 ||
     { cat "$build_dir/configure.log" >&2; exit 1; }
 cmake --build "$build_dir" -j"$jobs" >"$build_dir/build.log" 2>&1 ||

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Builds the Debian packages from the working tree into OUT_DIR (default build-deb/) and
+# runs lintian on them. The tree is copied first because dpkg-buildpackage writes its
+# results next to the source directory. See docs/packaging.md.
+set -euo pipefail
+
+SOURCE_DIR="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+OUT_DIR="${1:-$SOURCE_DIR/build-deb}"
+JOBS="${KORVEX_DEB_JOBS:-2}"
+
+mkdir -p "$OUT_DIR"
+OUT_DIR="$(cd "$OUT_DIR" && pwd)"
+src="$OUT_DIR/src"
+rm -rf "$src" "$OUT_DIR"/*.deb "$OUT_DIR"/*.changes "$OUT_DIR"/*.buildinfo
+mkdir -p "$src"
+# shellcheck disable=SC2016 # expanded by the inner shell
+# Tracked and new files of the working tree, without build directories or git data.
+(cd "$SOURCE_DIR" && git ls-files -z --cached --others --exclude-standard |
+    xargs -0 -r sh -c 'for f; do [ -e "$f" ] && printf "%s\0" "$f"; done' sh |
+    tar --null -T - -cf -) | tar -xf - -C "$src"
+
+(cd "$src" && DEB_BUILD_OPTIONS="parallel=$JOBS" dpkg-buildpackage -b -us -uc) >"$OUT_DIR/build.log" 2>&1 || {
+    tail -n 60 "$OUT_DIR/build.log" >&2
+    echo "build-deb: dpkg-buildpackage failed (log: $OUT_DIR/build.log)" >&2
+    exit 1
+}
+changes="$(ls "$OUT_DIR"/*.changes)"
+# Errors fail the build; warnings and notes are shown.
+lintian --fail-on error --info "$changes" | tee "$OUT_DIR/lintian.log"
+ls -l "$OUT_DIR"/*.deb

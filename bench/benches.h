@@ -14,5 +14,7 @@ void run_overhead_bench(const test::GatewayEnv &env, test::SimClient &sim);
 // Resident memory of the serving child over a long series of requests, then over
 // requests whose replies all arrive after their time-out.
 void run_memory_bench(const test::GatewayEnv &env, test::SimClient &sim);
+// Error-log bytes per request at three log levels, each on a gateway of its own.
+void run_log_volume_bench();
 
 }  // namespace korvex::bench

@@ -14,7 +14,7 @@ int main() {
     try {
         GatewayEnv::Options options;
         options.mpm = "prefork";
-        options.log_level = 3;  // the platform's default: the module's trace lines are written
+        options.log_level = KORVEX_LOG_STATE;  // the production default (errors and notable state)
         const std::unique_ptr<GatewayEnv> env = GatewayEnv::start(options);
         korvex::test::SimClient sim(env->bus_address());
         std::printf("korvex_bench: prefork gateway on 127.0.0.1:%d, %zu children, log level %d, isolation %s\n",
@@ -26,6 +26,8 @@ int main() {
         korvex::bench::run_overhead_bench(*env, sim);
         std::fflush(stdout);
         korvex::bench::run_memory_bench(*env, sim);
+        std::fflush(stdout);
+        korvex::bench::run_log_volume_bench();
         std::fflush(stdout);
         return 0;
     } catch (const std::exception &e) {

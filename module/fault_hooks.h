@@ -7,13 +7,15 @@
 
 namespace korvex::fault {
 
-// The request header that asks for a fault, and its one value: throw an exception once the
-// resource has written its answer.
+// The request header that asks for a fault, and its values: throw an exception once the
+// resource has written its answer; write one log record at each of the module's levels.
 inline constexpr char kHeader[] = "X-Korvex-Fault";
 inline constexpr char kThrowAfterServe[] = "throw-after-serve";
+inline constexpr char kLogEveryLevel[] = "log-every-level";
 
-// Throws std::runtime_error("injected fault") when the request asks for it and the hooks
-// are built in; does nothing otherwise.
+// When the request asks for it and the hooks are built in: throws
+// std::runtime_error("injected fault"), or writes "record at level N" at levels 1 to 6.
+// Does nothing otherwise.
 void after_serve(request_rec *r);
 
 }  // namespace korvex::fault

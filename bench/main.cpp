@@ -1,6 +1,7 @@
 // korvex_bench: starts a private gateway (prefork, simulator on a private bus) and prints
-// every figure as a ratio against a floor measured in the same run. Exits non-zero only
-// when the gateway cannot start or a request does not answer as expected.
+// every timing as a ratio against a floor measured in the same run; the error-log volume
+// (bytes, from gateways of its own) needs none. Exits non-zero only when a gateway cannot
+// start or a request does not answer as expected.
 #include <cstdio>
 #include <exception>
 #include <memory>

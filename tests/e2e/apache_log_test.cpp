@@ -18,7 +18,7 @@
 namespace korvex::test {
 namespace {
 
-const std::string kEveryLevelRecord = "log_every_level:L apache: record at level ";
+const std::string kEveryLevelText = "apache: record at level ";
 
 // "[Mon Nov 23 16:07:07.123456 2026] [korvex:LEVEL] [pid P] ..." or "[pid P:tid T]".
 const std::regex kApacheLine(R"(^\[(Mon|Tue|Wed|Thu|Fri|Sat|Sun) (Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) )"
@@ -49,7 +49,7 @@ protected:
     }
 
     static std::string record(const std::string &apache_level, int level) {
-        return "[korvex:" + apache_level + "] [pid N] " + kEveryLevelRecord + std::to_string(level);
+        return "[korvex:" + apache_level + "] [pid N] log_every_level:L " + kEveryLevelText + std::to_string(level);
     }
 
     std::string httpd_conf() const {
@@ -69,7 +69,7 @@ protected:
 
 TEST_F(ApacheLogAllLevelsTest, EachLevelHasItsApacheLevel) {
     EXPECT_NE(httpd_conf().find("\nLogLevel warn korvex:trace2\n"), std::string::npos);
-    EXPECT_EQ(module_log_lines(log_every_level(), kEveryLevelRecord),
+    EXPECT_EQ(module_log_lines(log_every_level(), kEveryLevelText),
               (std::vector<std::string>{record("trace2", 1), record("trace1", 2), record("debug", 3),
                                         record("info", 4), record("notice", 5), record("error", 6)}));
 }
@@ -98,7 +98,7 @@ TEST_F(ApacheLogAllLevelsTest, ErrorTextIsWrittenAsItIs) {
         std::smatch match;
         if (line.find("is over 10000") != std::string::npos && std::regex_match(line, match, kApacheLine)) {
             EXPECT_EQ(match[3], "error");
-            texts.push_back(std::regex_replace(match[5].str(), std::regex("^testAPI:[0-9]+ "), "testAPI:L "));
+            texts.push_back(std::regex_replace(match[6].str(), std::regex("^testAPI:[0-9]+ "), "testAPI:L "));
         }
     }
     // The text between Apache's prefix and the end of the line, byte for byte.
@@ -120,7 +120,7 @@ class ApacheLogNoticeTest : public ApacheLogTest {};
 TEST_F(ApacheLogNoticeTest, KeepsNotableStateAndErrorsOnly) {
     EXPECT_EQ(env().options().log_level, KORVEX_LOG_STATE);  // the default
     EXPECT_NE(httpd_conf().find("\nLogLevel warn korvex:notice\n"), std::string::npos);
-    EXPECT_EQ(module_log_lines(log_every_level(), kEveryLevelRecord),
+    EXPECT_EQ(module_log_lines(log_every_level(), kEveryLevelText),
               (std::vector<std::string>{record("notice", 5), record("error", 6)}));
 }
 
@@ -137,7 +137,7 @@ protected:
 
 TEST_F(ApacheLogErrorTest, DropsNotableState) {
     EXPECT_NE(httpd_conf().find("\nLogLevel warn korvex:error\n"), std::string::npos);
-    EXPECT_EQ(module_log_lines(log_every_level(), kEveryLevelRecord), std::vector<std::string>{record("error", 6)});
+    EXPECT_EQ(module_log_lines(log_every_level(), kEveryLevelText), std::vector<std::string>{record("error", 6)});
 }
 
 }  // namespace

@@ -14,6 +14,7 @@ void log_every_level() {
     for (int level = KORVEX_LOG_CHILD - 1; level <= KORVEX_LOG_ERROR; ++level) {
         KLOG(level, "record at level %d\n", level);
     }
+    KLOG(KORVEX_LOG_ERROR, "record with a backslash \\, a tab \t and a byte \xe9\n");
 }
 
 }  // namespace

@@ -14,8 +14,8 @@ inline constexpr char kThrowAfterServe[] = "throw-after-serve";
 inline constexpr char kLogEveryLevel[] = "log-every-level";
 
 // When the request asks for it and the hooks are built in: throws
-// std::runtime_error("injected fault"), or writes "record at level N" at levels 1 to 6.
-// Does nothing otherwise.
+// std::runtime_error("injected fault"), or writes "record at level N" at levels 1 to 6 and
+// then an error record with a backslash, a tab and a non-ASCII byte. Does nothing otherwise.
 void after_serve(request_rec *r);
 
 }  // namespace korvex::fault

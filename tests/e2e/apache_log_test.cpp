@@ -34,7 +34,8 @@ std::vector<std::string> lines_of(const std::string &text) {
 
 class ApacheLogTest : public GatewayTest {
 protected:
-    // Asks for one record at each of levels 1 to 6; returns the error log written meanwhile.
+    // Asks for one record at each of levels 1 to 6 and one error record with characters
+    // Apache escapes; returns the error log written meanwhile.
     std::string log_every_level() {
         const size_t before = env().error_log_size();
         HttpRequest request;
@@ -43,8 +44,8 @@ protected:
         const HttpResponse response = send(port(), request);
         EXPECT_EQ(response.status, 200);
         EXPECT_EQ(response.body, "in testAPI, value: 0<br>test done");
-        // Level 6 is written by every configuration; it is the last of the six.
-        EXPECT_TRUE(env().wait_for_log("record at level 6", std::chrono::seconds(5), before));
+        // The last record, an error: written at every level there is.
+        EXPECT_TRUE(env().wait_for_log("record with a backslash", std::chrono::seconds(5), before));
         return env().error_log_since(before);
     }
 
@@ -103,6 +104,12 @@ TEST_F(ApacheLogAllLevelsTest, ErrorTextIsWrittenAsItIs) {
     }
     // The text between Apache's prefix and the end of the line, byte for byte.
     EXPECT_EQ(texts, std::vector<std::string>{"testAPI:L apache: test count 10001 is over 10000"});
+}
+
+TEST_F(ApacheLogAllLevelsTest, ApacheEscapesBackslashesAndUnprintableBytes) {
+    const std::vector<std::string> lines = module_log_lines(log_every_level(), "record with");
+    EXPECT_EQ(lines, std::vector<std::string>{"[korvex:error] [pid N] log_every_level:L apache: "
+                                              "record with a backslash \\\\, a tab \\t and a byte \\xe9"});
 }
 
 TEST_F(ApacheLogAllLevelsTest, NoRecordBypassesApache) {

@@ -16,5 +16,7 @@ void run_overhead_bench(const test::GatewayEnv &env, test::SimClient &sim);
 void run_memory_bench(const test::GatewayEnv &env, test::SimClient &sim);
 // 32 clients, half of them calling a daemon that goes silent and answers again later.
 void run_silent_daemon_bench(const test::GatewayEnv &env, test::SimClient &sim);
+// Error-log bytes per request at three log levels, each on a gateway of its own.
+void run_log_volume_bench();
 
 }  // namespace korvex::bench

@@ -1,6 +1,7 @@
 // korvex_bench: starts a private gateway (prefork, simulator on a private bus) and prints
-// every figure as a ratio against a floor measured in the same run. Exits non-zero only
-// when the gateway cannot start or a request does not answer as expected.
+// every timing as a ratio against a floor measured in the same run; the error-log volume
+// (bytes, from gateways of its own) needs none. Exits non-zero only when a gateway cannot
+// start or a request does not answer as expected.
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -14,7 +15,7 @@ int main() {
     try {
         GatewayEnv::Options options;
         options.mpm = "prefork";
-        options.log_level = 3;  // the platform's default: the module's trace lines are written
+        options.log_level = KORVEX_LOG_STATE;  // the production default (errors and notable state)
         const std::unique_ptr<GatewayEnv> env = GatewayEnv::start(options);
         korvex::test::SimClient sim(env->bus_address());
         std::printf("korvex_bench: prefork gateway on 127.0.0.1:%d, %zu children, log level %d, isolation %s\n",
@@ -28,6 +29,8 @@ int main() {
         korvex::bench::run_memory_bench(*env, sim);
         std::fflush(stdout);
         korvex::bench::run_silent_daemon_bench(*env, sim);
+        std::fflush(stdout);
+        korvex::bench::run_log_volume_bench();
         std::fflush(stdout);
         return 0;
     } catch (const std::exception &e) {

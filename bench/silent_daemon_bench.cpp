@@ -150,7 +150,7 @@ void run_silent_daemon_bench(const test::GatewayEnv &env, test::SimClient &sim) 
     }
 
     const double floor = healthy.getter.median();
-    Table table("4. SDK daemon silent, 32 clients (16 sdk.cgi, 16 getdoscenemode=), prefork",
+    Table table("5. SDK daemon silent, 32 clients (16 sdk.cgi, 16 getdoscenemode=), prefork",
                 {"measure", "healthy", "SDK silent", "silent / healthy getter p50"});
     table.add({"getter p50 (ms)", fixed(floor, 2), fixed(silent.getter.median(), 2),
                times(ratio(silent.getter.median(), floor))});

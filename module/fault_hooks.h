@@ -8,17 +8,20 @@
 namespace korvex::fault {
 
 // The request header that asks for a fault, and its values: throw an exception once the
-// resource has written its answer; forget which destinations stopped answering before the
-// request is served (so that one test's silent daemon does not hold back the next test).
+// resource has written its answer; write one log record at each of the module's levels;
+// forget which destinations stopped answering before the request is served (so that one
+// test's silent daemon does not hold back the next test).
 inline constexpr char kHeader[] = "X-Korvex-Fault";
 inline constexpr char kThrowAfterServe[] = "throw-after-serve";
+inline constexpr char kLogEveryLevel[] = "log-every-level";
 inline constexpr char kForgetSilentPeers[] = "forget-silent-peers";
 
 // Acts on kForgetSilentPeers when the hooks are built in; does nothing otherwise.
 void before_serve(request_rec *r);
 
-// Throws std::runtime_error("injected fault") when the request asks for it and the hooks
-// are built in; does nothing otherwise.
+// When the request asks for it and the hooks are built in: throws
+// std::runtime_error("injected fault"), or writes "record at level N" at levels 1 to 6 and
+// then an error record with a backslash, a tab and a non-ASCII byte. Does nothing otherwise.
 void after_serve(request_rec *r);
 
 }  // namespace korvex::fault

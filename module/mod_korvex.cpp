@@ -7,6 +7,7 @@
 #include "base/guard.h"
 #include "base/log.h"
 #include "registry/module_config.h"
+#include "module/apache_log_sink.h"
 #include "module/request_handler.h"
 #include "registry/handlers.h"
 
@@ -71,6 +72,7 @@ void initialize_child(apr_pool_t *child_pool, server_rec *s) {
 }
 
 void register_hooks(apr_pool_t *) {
+    korvex::apache_log::register_hooks();
     ap_hook_child_init(initialize_child, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_post_config(shm_counter_post_config, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_handler(korvex_handler, nullptr, nullptr, APR_HOOK_MIDDLE);

@@ -16,13 +16,15 @@ SANITIZE="${KORVEX_SANITIZE:-0}"
 usage() {
     cat <<'EOF'
 usage: gateway.sh COMMAND RUN_DIR [ARGS]
-  up RUN_DIR [--port N] [--mpm prefork|worker|event] [--no-bus] [--log-level N]
+  up RUN_DIR [--port N] [--mpm prefork|worker|event] [--no-bus] [--log-level LEVEL]
              [--owner-pid PID] [--build-dir DIR] [--tmp-dir NAME]... [--sanitize]
                         start bus, simulator and server; return once the server answers
-                        (--tmp-dir: a directory NAME in the server's private /tmp, made
-                        before the server starts; isolation only; --sanitize: as
-                        KORVEX_SANITIZE=1, the server runs with the ASan runtime preloaded
-                        and every sanitizer report lands in RUN_DIR/sanitizer/)
+                        (--log-level: the module's level, 1-6 or an Apache level name,
+                        default notice; --tmp-dir: a directory NAME in the server's
+                        private /tmp, made before the server starts; isolation only;
+                        --sanitize: as KORVEX_SANITIZE=1, the server runs with the ASan
+                        runtime preloaded and every sanitizer report lands in
+                        RUN_DIR/sanitizer/)
   down RUN_DIR          stop everything started for RUN_DIR
   bus-stop RUN_DIR      stop simulator and bus (the server keeps running)
   bus-start RUN_DIR     start bus and simulator again on the same socket
@@ -43,6 +45,8 @@ die() {
 
 # Process records, the sanitizer mode, the server and the stand-in processes live in
 # files of their own (scripts/gateway/).
+# shellcheck source=gateway/log_level.sh
+source "$SOURCE_DIR/scripts/gateway/log_level.sh"
 # shellcheck source=gateway/process_records.sh
 source "$SOURCE_DIR/scripts/gateway/process_records.sh"
 # shellcheck source=gateway/sanitizer.sh
@@ -60,6 +64,7 @@ fill_template() { # TEMPLATE OUTPUT
     text="${text//@RUN_DIR@/$RUN_DIR}"
     text="${text//@PORT@/$PORT}"
     text="${text//@MPM@/$MPM}"
+    text="${text//@LOG_LEVEL@/$LOG_LEVEL}"
     text="${text//@APACHE_MODULES@/$APACHE_MODULES}"
     printf '%s\n' "$text" >"$2"
 }
@@ -254,7 +259,7 @@ bus_stop() {
 # --- up, down, watch --------------------------------------------------------------------
 
 up() {
-    PORT=8080 MPM=prefork LOG_LEVEL=2 BUILD_DIR="${KORVEX_BUILD_DIR:-$SOURCE_DIR/build}"
+    PORT=8080 MPM=prefork LOG_LEVEL=notice BUILD_DIR="${KORVEX_BUILD_DIR:-$SOURCE_DIR/build}"
     local with_bus=1 owner=""
     local -a tmp_dirs=()
     while [ $# -gt 0 ]; do
@@ -272,6 +277,7 @@ up() {
     done
     case "$MPM" in prefork | worker | event) ;; *) die "unknown MPM $MPM" ;; esac
     case "$SANITIZE" in 0 | 1) ;; *) die "KORVEX_SANITIZE must be 0 or 1" ;; esac
+    LOG_LEVEL="$(apache_log_level "$LOG_LEVEL")" || die "bad log level (1-6 or an Apache level name)"
     [[ "$PORT" =~ ^[0-9]+$ ]] || die "bad port $PORT"
     BUILD_DIR="$(cd "$BUILD_DIR" && pwd)" || die "no build directory"
     case "$RUN_DIR" in /tmp | /tmp/*) die "RUN_DIR must not be under /tmp (the server gets a private /tmp)" ;; esac

@@ -24,10 +24,12 @@ stop() {
 trap 'stop 0' INT TERM
 
 bash "$gateway" up "$run_dir" --port "$port" --owner-pid "$$" \
-    --build-dir "${KORVEX_BUILD_DIR:-$source_dir/build}" --log-level "${KORVEX_LOG_LEVEL:-2}"
+    --build-dir "${KORVEX_BUILD_DIR:-$source_dir/build}" --log-level "${KORVEX_LOG_LEVEL:-notice}"
 server_pid="$(sed -n 's/^SERVER_PID=//p' "$run_dir/env")"
 
-echo "Gateway running on 127.0.0.1:$port (run directory $run_dir, error log $run_dir/logs/error.log)."
+log_level="$(sed -n 's/^LOG_LEVEL=//p' "$run_dir/env")"
+echo "Gateway running on 127.0.0.1:$port (run directory $run_dir, error log $run_dir/logs/error.log"
+echo "at LogLevel korvex:$log_level; KORVEX_LOG_LEVEL=debug make run for every request's trace)."
 echo "Try:"
 echo "curl 'http://127.0.0.1:$port/network.cgi?test=0'"
 echo "Press Ctrl-C to stop."

@@ -2,6 +2,8 @@
 #ifndef KORVEX_LOG_H
 #define KORVEX_LOG_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -20,8 +22,23 @@ enum {
 void korvex_log_write(int level, const char *func, int line, const char *tag,
                       const char *fmt, ...) __attribute__((format(printf, 5, 6)));
 
-/* Lowest level that is written (from KORVEX_LOG_LEVEL, default 3). */
+/* Lowest level that is written: the registered sink's answer, or without a sink
+ * KORVEX_LOG_LEVEL (default 3). */
 int korvex_log_threshold(void);
+
+/* A destination of records other than standard error (a host process's own log).
+ * enabled answers whether records of a level are written at all; it is asked before a
+ * record is formatted. write receives the formatted record "func:line tag: message"
+ * without its trailing newline, length bytes long and NUL-terminated. Both may be called
+ * from any thread. */
+struct korvex_log_sink {
+    int (*enabled)(int level);
+    void (*write)(int level, const char *record, size_t length);
+};
+
+/* Sends every later record to sink (which must stay valid until it is replaced); null
+ * goes back to standard error filtered by KORVEX_LOG_LEVEL. */
+void korvex_log_set_sink(const struct korvex_log_sink *sink);
 
 #ifdef __cplusplus
 }

@@ -42,7 +42,8 @@ sanitizer_env() { # KIND -> NAME=VALUE lines
 # UBSan ignores its log_path when it shares the process with ASan and writes to standard
 # error, that is into the logs. Once the processes are gone, its reports (lines
 # "FILE:LINE:COLUMN: runtime error: ..." and the stack after them) are copied from the logs
-# into RUN_DIR/sanitizer/ like every other report. Module trace lines start with "[korvex:".
+# into RUN_DIR/sanitizer/ like every other report. Log records start with "[" (Apache's
+# time stamp, or "[korvex:" for a module record written to standard error).
 collect_ubsan_reports() {
     [ "${SANITIZE:-0}" = 1 ] && [ -d "$RUN_DIR/sanitizer" ] || return 0
     local log report

@@ -5,7 +5,7 @@
 
 start_server() {
     local -a server_env=(env "DBUS_SYSTEM_BUS_ADDRESS=unix:path=$RUN_DIR/bus/socket"
-        "KORVEX_LOG_LEVEL=$LOG_LEVEL" "KORVEX_NVRAM_DIR=$RUN_DIR/nvram-sections"
+        "KORVEX_LOG_LEVEL=$(platform_log_level "$LOG_LEVEL")" "KORVEX_NVRAM_DIR=$RUN_DIR/nvram-sections"
         "PATH=$RUN_DIR/bin:$PATH" "LD_LIBRARY_PATH=$RUN_DIR/lib")
     # The server program itself; in sanitizer mode only it (not the launchers in front of
     # it) gets the preloaded runtime.

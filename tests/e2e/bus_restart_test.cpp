@@ -75,7 +75,7 @@ TEST_F(BusRestartTest, RestartedBusServesTheNextRequests) {
     const std::set<std::string> paths = run_parallel(sim, 2);
     EXPECT_EQ(paths.size(), 2u);
     for (const std::string &path : paths) EXPECT_EQ(path.rfind("/com/KorvexLabs/Apache/", 0), 0u);
-    EXPECT_EQ(module_log_lines(env().error_log_since(log_before_), "[korvex:6]"), std::vector<std::string>{});
+    EXPECT_EQ(module_log_lines(env().error_log_since(log_before_), "[korvex:error]"), std::vector<std::string>{});
     expect_children_unharmed();
 }
 
@@ -92,7 +92,7 @@ TEST_F(BusRestartTest, WhileTheBusIsDownCallsFailAtOnce) {
     EXPECT_EQ(response.body, "in testAPI, value: 2<br>test done");
     EXPECT_LT(elapsed, std::chrono::seconds(1));
     EXPECT_EQ(failures, (std::vector<std::string>(
-                            2, "[korvex:6] [pid N] apache_dbus_string_message:L apache: dbusData is NULL")));
+                            2, "[korvex:error] [pid N] apache_dbus_string_message:L apache: dbusData is NULL")));
 
     SimClient sim(env().bus_address());
     sim.reset();
@@ -117,8 +117,8 @@ TEST_F(BusRestartTest, BusGoingAwayDuringACallFailsItAsNoReply) {
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.body, kTestOne);
     EXPECT_LT(elapsed, std::chrono::milliseconds(4500));
-    EXPECT_EQ(module_log_lines(env().error_log_since(log_before_), "[korvex:6]"),
-              std::vector<std::string>{"[korvex:6] [pid N] apache_dbus_string_message:L apache: No reply, str: "
+    EXPECT_EQ(module_log_lines(env().error_log_since(log_before_), "[korvex:error]"),
+              std::vector<std::string>{"[korvex:error] [pid N] apache_dbus_string_message:L apache: No reply, str: "
                                        "{\"control\":{\"cmd\":\"getdevice\",\"uid\":256}}, dest: "
                                        "com.korvex-labs.www.sdk, ifac: com.KorvexLabs.json.command, command: command"});
     const std::vector<std::string> served = wait_for_access_lines(env(), access_before, 1);

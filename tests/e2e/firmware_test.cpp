@@ -246,10 +246,10 @@ TEST_F(FirmwareTest, CheckupdateWithASilentWatchdogFailsAfterTwoSeconds) {
     EXPECT_GE(elapsed_ms(), 1900);
     EXPECT_LT(elapsed_ms(), 3500);
     EXPECT_EQ(calls(), (Calls{kGetModel, kGetFirmwareVersion}));
-    EXPECT_EQ(log_lines("[korvex:6]", "2. checkUpdateFromServer()"),
+    EXPECT_EQ(log_lines("[korvex:error]", "2. checkUpdateFromServer()"),
               (std::vector<std::string>{
-                  "[korvex:6] [pid N] apache_dbus_send_int_ret_str:L apache: No reply",
-                  "[korvex:6] [pid N] checkUpdateFromServer:L apache: 2. checkUpdateFromServer() apr_psprintf fail",
+                  "[korvex:error] [pid N] apache_dbus_send_int_ret_str:L apache: No reply",
+                  "[korvex:error] [pid N] checkUpdateFromServer:L apache: 2. checkUpdateFromServer() apr_psprintf fail",
               }));
 }
 
@@ -258,10 +258,10 @@ TEST_F(FirmwareTest, CheckupdateWithAWatchdogErrorFailsAtOnce) {
     EXPECT_EQ(run("checkupdate="), "checkupdate failed");
     EXPECT_LT(elapsed_ms(), 1500);
     EXPECT_EQ(calls(), (Calls{kGetModel, kGetFirmwareVersion}));
-    EXPECT_EQ(log_lines("[korvex:6]", "2. checkUpdateFromServer()"),
+    EXPECT_EQ(log_lines("[korvex:error]", "2. checkUpdateFromServer()"),
               (std::vector<std::string>{
-                  "[korvex:6] [pid N] apache_dbus_send_int_ret_str:L apache: No reply",
-                  "[korvex:6] [pid N] checkUpdateFromServer:L apache: 2. checkUpdateFromServer() apr_psprintf fail",
+                  "[korvex:error] [pid N] apache_dbus_send_int_ret_str:L apache: No reply",
+                  "[korvex:error] [pid N] checkUpdateFromServer:L apache: 2. checkUpdateFromServer() apr_psprintf fail",
               }));
 }
 
@@ -276,9 +276,9 @@ TEST_P(FirmwareProgramRunningTest, CheckupdateIsRefusedWithZeroAndALogLine) {
     RunningProgram program(env(), GetParam().command);
     EXPECT_EQ(run("checkupdate="), "0<br>checkupdate failed");
     EXPECT_EQ(calls(), Calls{});
-    EXPECT_EQ(log_lines("[korvex:6]", "1. checkUpdateFromServer()"),
+    EXPECT_EQ(log_lines("[korvex:error]", "1. checkUpdateFromServer()"),
               std::vector<std::string>{
-                  "[korvex:6] [pid N] checkUpdateFromServer:L apache: 1. checkUpdateFromServer() apr_psprintf fail"});
+                  "[korvex:error] [pid N] checkUpdateFromServer:L apache: 1. checkUpdateFromServer() apr_psprintf fail"});
 }
 
 TEST_P(FirmwareProgramRunningTest, UpdateIsRefusedSilently) {
@@ -286,7 +286,7 @@ TEST_P(FirmwareProgramRunningTest, UpdateIsRefusedSilently) {
     EXPECT_EQ(run("update=updates.example.com"), "update failed");
     EXPECT_EQ(run("update="), "update failed");
     EXPECT_EQ(calls(), Calls{});
-    EXPECT_EQ(log_lines("[korvex:6]"), std::vector<std::string>{});
+    EXPECT_EQ(log_lines("[korvex:error]"), std::vector<std::string>{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Programs, FirmwareProgramRunningTest,
@@ -335,9 +335,9 @@ TEST_F(FirmwareTest, UpdateRefusesAServerNameOfSixtyFourCharactersWithoutAnyCall
     ASSERT_EQ(server.size(), 64u);
     EXPECT_EQ(run("update=" + server), "update failed");
     EXPECT_EQ(calls(), Calls{});
-    EXPECT_EQ(log_lines("[korvex:6]", "longer than"),
+    EXPECT_EQ(log_lines("[korvex:error]", "longer than"),
               std::vector<std::string>{
-                  "[korvex:6] [pid N] updateFromServer:L apache: update server name longer than 63 characters"});
+                  "[korvex:error] [pid N] updateFromServer:L apache: update server name longer than 63 characters"});
 }
 
 // The bound counts the decoded value, not the query's escapes.
@@ -368,8 +368,8 @@ TEST_F(FirmwareTest, UpdateWithASilentWatchdogStartsWithTheAbsentVersion) {
     EXPECT_GE(elapsed_ms(), 450);
     EXPECT_LT(elapsed_ms(), 1900);
     EXPECT_EQ(calls(), (Calls{kGetFirmwareVersion, kGetModel, shell_call(download_line("'(null)'"))}));
-    EXPECT_EQ(log_lines("[korvex:6]", "No reply"),
-              std::vector<std::string>{"[korvex:6] [pid N] apache_dbus_send_int_ret_str:L apache: No reply"});
+    EXPECT_EQ(log_lines("[korvex:error]", "No reply"),
+              std::vector<std::string>{"[korvex:error] [pid N] apache_dbus_send_int_ret_str:L apache: No reply"});
 }
 
 TEST_F(FirmwareTest, UpdateFromAServerWithAWatchdogErrorStartsWithTheAbsentVersion) {

@@ -201,6 +201,9 @@ enum class Shape {
 
 class HostileInputTest : public GatewayTest {
 protected:
+    // Every record the module writes: hostile values also pass through the trace lines.
+    static void SetUpTestSuite() { use_log_level(KORVEX_LOG_CHILD); }
+
     void SetUp() override {
         GatewayTest::SetUp();
         children_ = env().server_child_pids();
@@ -551,6 +554,7 @@ protected:
     static void SetUpTestSuite() {
         GatewayEnv::Options options;
         options.mpm = "worker";
+        options.log_level = KORVEX_LOG_CHILD;
         use_env(options);
     }
 };

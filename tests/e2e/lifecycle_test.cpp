@@ -24,20 +24,24 @@ namespace korvex::test {
 namespace {
 
 // The table holds the whole catalog: 152 commands in 2 * 152 + 1 buckets.
-std::string hash_line() { return "[korvex:3] [pid N] hash_init:L apache: hashItemNum: 152, hashTableSize:305"; }
+std::string hash_line() { return "[korvex:debug] [pid N] hash_init:L apache: hashItemNum: 152, hashTableSize:305"; }
 
-// Raw module lines of text that contain what.
+// Module records of text (time stamp and thread id removed, pid and line kept) that contain what.
 std::vector<std::string> raw_lines(const std::string &text, const std::string &what) {
     std::vector<std::string> lines;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {
-        if (line.rfind("[korvex:", 0) == 0 && line.find(what) != std::string::npos) lines.push_back(line);
+        const std::string record = module_log_record(line);
+        if (!record.empty() && record.find(what) != std::string::npos) lines.push_back(record);
     }
     return lines;
 }
 
 class LifecycleTest : public GatewayTest {
   protected:
+    // Configuration passes and child starts are followed through their trace lines.
+    static void SetUpTestSuite() { use_log_level(KORVEX_LOG_CHILD); }
+
     void SetUp() override {
         GatewayTest::SetUp();
         sim_ = std::make_unique<SimClient>(env().bus_address());
@@ -64,12 +68,12 @@ TEST_F(LifecycleTest, TableIsBuiltOnceAtTheFirstOfTwoConfigurationPasses) {
             config_lines.push_back(line);
     }
     const std::string enter =
-        "[korvex:3] [pid N] shm_counter_post_config:L apache: enter shm_counter_post_config, s->process->pool addr: 0x?";
-    const std::string leave = "[korvex:3] [pid N] shm_counter_post_config:L apache: leave shm_counter_post_config";
+        "[korvex:debug] [pid N] shm_counter_post_config:L apache: enter shm_counter_post_config, s->process->pool addr: 0x?";
+    const std::string leave = "[korvex:debug] [pid N] shm_counter_post_config:L apache: leave shm_counter_post_config";
     ASSERT_GE(config_lines.size(), 7u);
     EXPECT_EQ(std::vector<std::string>(config_lines.begin(), config_lines.begin() + 7),
-              (std::vector<std::string>{enter, "[korvex:3] [pid N] hash_init:L apache: enter hash_init", hash_line(),
-                                        "[korvex:3] [pid N] hash_init:L apache: leave hash_init()", leave, enter,
+              (std::vector<std::string>{enter, "[korvex:debug] [pid N] hash_init:L apache: enter hash_init", hash_line(),
+                                        "[korvex:debug] [pid N] hash_init:L apache: leave hash_init()", leave, enter,
                                         leave}));
     // Both passes ran in the server's parent, on the same process pool.
     const std::vector<std::string> enters = raw_lines(log, "enter shm_counter_post_config");
@@ -82,7 +86,7 @@ TEST_F(LifecycleTest, TableIsBuiltOnceAtTheFirstOfTwoConfigurationPasses) {
 
 TEST_F(LifecycleTest, EachChildOpensItsConnectionOnItsOwnPath) {
     const std::string log = env().error_log();
-    const std::regex init(R"(^\[korvex:2\] \[pid ([0-9]+)\] initialize_child:[0-9]+ apache: enter initialize_child, )"
+    const std::regex init(R"(^\[korvex:trace1\] \[pid ([0-9]+)\] initialize_child:[0-9]+ apache: enter initialize_child, )"
                           R"(pool addr: 0x[0-9a-f]+, s->process->pool: 0x[0-9a-f]+, tid: ([0-9]+)$)");
     std::set<long> initialised;
     for (const std::string &line : raw_lines(log, "enter initialize_child")) {
@@ -95,10 +99,10 @@ TEST_F(LifecycleTest, EachChildOpensItsConnectionOnItsOwnPath) {
         const std::string path = module_path(child);
         EXPECT_EQ(module_log_lines(log, pid + "dbus_init:"),
                   (std::vector<std::string>{
-                      "[korvex:2] [pid N] dbus_init:L apache: enter dbus_init",
-                      "[korvex:3] [pid N] dbus_init:L apache: dbus_bus_get_private success.",
-                      "[korvex:2] [pid N] dbus_init:L apache: objPath: " + path,
-                      "[korvex:2] [pid N] dbus_init:L apache: leave dbus_init, dbusData->objPath: " + path,
+                      "[korvex:trace1] [pid N] dbus_init:L apache: enter dbus_init",
+                      "[korvex:debug] [pid N] dbus_init:L apache: dbus_bus_get_private success.",
+                      "[korvex:trace1] [pid N] dbus_init:L apache: objPath: " + path,
+                      "[korvex:trace1] [pid N] dbus_init:L apache: leave dbus_init, dbusData->objPath: " + path,
                   }));
         EXPECT_EQ(raw_lines(log, pid + "initialize_child:").size(), 2u);
     }

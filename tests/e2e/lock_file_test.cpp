@@ -19,6 +19,7 @@ class LockFileTest : public GatewayTest {
     static void SetUpTestSuite() {
         GatewayEnv::Options options;
         options.server_tmp_dirs = {"lockHttpd"};
+        options.log_level = KORVEX_LOG_TRACE;  // the table's "hashItemNum" line is a trace line
         use_env(options);
     }
 
@@ -44,7 +45,7 @@ TEST_F(LockFileTest, ServerStartsAndCommandsWork) {
     EXPECT_EQ(module_log_lines(env().error_log(), "hashItemNum").size(), 1u);
     // The obstacle was really met: exactly one failure, at the first configuration pass.
     EXPECT_EQ(module_log_lines(env().error_log(), "apr_global_mutex_create"),
-              std::vector<std::string>{"[korvex:6] [pid N] shm_counter_post_config:L apache: "
+              std::vector<std::string>{"[korvex:error] [pid N] shm_counter_post_config:L apache: "
                                        "apr_global_mutex_create failed: File exists"});
 }
 

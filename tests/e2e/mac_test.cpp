@@ -141,8 +141,8 @@ TEST_P(MacBadAddressTest, FailsSilentlyWithALogLineAndChangesNothing) {
     EXPECT_EQ(calls(), Calls{});
     expect_all_unchanged();
     ASSERT_TRUE(env().wait_for_log(GetParam().log_text, std::chrono::seconds(5), log_before_));
-    EXPECT_EQ(log_lines("[korvex:6]"),
-              std::vector<std::string>(values.size(), "[korvex:6] [pid N] " + command +
+    EXPECT_EQ(log_lines("[korvex:error]"),
+              std::vector<std::string>(values.size(), "[korvex:error] [pid N] " + command +
                                                           ":L apache: " + GetParam().log_text));
 }
 

@@ -137,12 +137,12 @@ class MpmTest : public GatewayTest {
                 const std::string pid = "[pid " + std::to_string(threads.at(tid_of(path))) + "] dbus_init:";
                 size_t opened = 0;
                 for (const std::string &line : module_log_lines(log, pid)) {
-                    if (line == "[korvex:2] [pid N] dbus_init:L apache: objPath: " + path) ++opened;
+                    if (line == "[korvex:trace1] [pid N] dbus_init:L apache: objPath: " + path) ++opened;
                 }
                 EXPECT_EQ(opened, 1u) << path;
             }
         }
-        EXPECT_EQ(module_log_lines(env().error_log_since(log_before_), "[korvex:6]"), std::vector<std::string>{});
+        EXPECT_EQ(module_log_lines(env().error_log_since(log_before_), "[korvex:error]"), std::vector<std::string>{});
     }
 
     std::unique_ptr<SimClient> sim_;
@@ -152,7 +152,8 @@ class MpmTest : public GatewayTest {
 
 class PreforkTest : public MpmTest {
   protected:
-    static void SetUpTestSuite() { use_env(GatewayEnv::Options()); }
+    // Every child's start is counted through its trace lines.
+    static void SetUpTestSuite() { use_log_level(KORVEX_LOG_CHILD); }
 };
 
 class WorkerTest : public MpmTest {
@@ -160,6 +161,7 @@ class WorkerTest : public MpmTest {
     static void SetUpTestSuite() {
         GatewayEnv::Options options;
         options.mpm = "worker";
+        options.log_level = KORVEX_LOG_CHILD;
         use_env(options);
     }
 };
@@ -169,6 +171,7 @@ class EventTest : public MpmTest {
     static void SetUpTestSuite() {
         GatewayEnv::Options options;
         options.mpm = "event";
+        options.log_level = KORVEX_LOG_CHILD;
         use_env(options);
     }
 };

@@ -68,6 +68,7 @@ class NoBusTest : public GatewayTest {
     static void SetUpTestSuite() {
         GatewayEnv::Options options;
         options.with_bus = false;
+        options.log_level = KORVEX_LOG_CHILD;  // child starts are asserted line by line
         use_env(options);
     }
 
@@ -77,14 +78,14 @@ class NoBusTest : public GatewayTest {
     }
 
     std::string connection_error() const {
-        return "[korvex:6] [pid N] dbus_init:L apache: Connection Error (Failed to connect to socket " +
+        return "[korvex:error] [pid N] dbus_init:L apache: Connection Error (Failed to connect to socket " +
                env().run_dir() + "/bus/socket: No such file or directory)";
     }
     static std::string no_data(const std::string &function) {
-        return "[korvex:6] [pid N] " + function + ":L apache: dbusData is NULL";
+        return "[korvex:error] [pid N] " + function + ":L apache: dbusData is NULL";
     }
     std::vector<std::string> errors_since_setup() const {
-        return module_log_lines(env().error_log_since(before_), "[korvex:6]");
+        return module_log_lines(env().error_log_since(before_), "[korvex:error]");
     }
 
     size_t before_ = 0;
@@ -98,7 +99,7 @@ TEST_F(NoBusTest, ChildrenStartWithoutAConnection) {
     for (long child : children) {
         const std::string pid = "[pid " + std::to_string(child) + "] ";
         EXPECT_EQ(module_log_lines(log, pid + "dbus_init:"),
-                  (std::vector<std::string>{"[korvex:2] [pid N] dbus_init:L apache: enter dbus_init",
+                  (std::vector<std::string>{"[korvex:trace1] [pid N] dbus_init:L apache: enter dbus_init",
                                             connection_error()}));
         EXPECT_EQ(module_log_lines(log, pid + "initialize_child:").at(1), no_data("initialize_child"));
         EXPECT_EQ(module_log_lines(log, pid + "initialize_child:").size(), 3u);
@@ -132,10 +133,10 @@ TEST_F(NoBusTest, RepeatedConnectionErrorsAreWrittenOnceASecondWithACount) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     EXPECT_EQ(client.get("/network.cgi?test=1"), "in testAPI, value: 1<br>test done");
     ASSERT_TRUE(env().wait_for_log("leave testAPI", std::chrono::seconds(5), middle));
-    const std::vector<std::string> second = module_log_lines(env().error_log_since(middle), "[korvex:6]");
+    const std::vector<std::string> second = module_log_lines(env().error_log_since(middle), "[korvex:error]");
     ASSERT_EQ(second.size(), 3u);
     // Of the first request's three attempts only the first was written.
-    EXPECT_EQ(second[0], "[korvex:6] [pid N] dbus_init:L apache: 2 Connection Error records left out");
+    EXPECT_EQ(second[0], "[korvex:error] [pid N] dbus_init:L apache: 2 Connection Error records left out");
     EXPECT_EQ(second[1], connection_error());
     EXPECT_EQ(second[2], no_data("apache_dbus_string_message"));
 }
@@ -227,13 +228,13 @@ TEST_F(NoBusTest, ZzOnceTheBusIsUpTheNextRequestWorks) {
     std::set<std::string> paths;
     for (const SimRecord &record : sim.records()) paths.insert(record.path);
     EXPECT_EQ(paths, expected_paths);
-    EXPECT_EQ(module_log_lines(env().error_log_since(before_), "[korvex:6]"), std::vector<std::string>{});
+    EXPECT_EQ(module_log_lines(env().error_log_since(before_), "[korvex:error]"), std::vector<std::string>{});
     // Each serving child opened its connection once, on its own path.
     for (const std::string &line : lines) {
         const long child = served_pid(line);
         EXPECT_EQ(module_log_lines(env().error_log_since(before_), "[pid " + std::to_string(child) + "] dbus_init:"),
-                  (std::vector<std::string>{"[korvex:3] [pid N] dbus_init:L apache: dbus_bus_get_private success.",
-                                            "[korvex:2] [pid N] dbus_init:L apache: objPath: " + module_path(child)}));
+                  (std::vector<std::string>{"[korvex:debug] [pid N] dbus_init:L apache: dbus_bus_get_private success.",
+                                            "[korvex:trace1] [pid N] dbus_init:L apache: objPath: " + module_path(child)}));
     }
 }
 

@@ -45,6 +45,9 @@ std::string bracketed(const std::vector<std::string> &words) {
 
 class PppoeTest : public CommandTest {
   protected:
+    // The commit's trace line (with the masked password) is asserted.
+    static void SetUpTestSuite() { use_log_level(KORVEX_LOG_TRACE); }
+
     // Name and password in the working copy only: pppoecommit's own commit must store them.
     void put_account(const std::string &user_name, const std::string &password) {
         sim().nvram_put(kUserNameKey, user_name, false);
@@ -268,7 +271,7 @@ TEST_F(PppoeTest, PppoecommitTraceMasksThePassword) {
     ASSERT_TRUE(env().wait_for_log("leave pppoeCommit", std::chrono::seconds(5), before));
     const std::string log = env().error_log_since(before);
     EXPECT_EQ(module_log_lines(log, "user name:"),
-              std::vector<std::string>{"[korvex:3] [pid N] pppoeCommit:L apache: user name: alice, password: ********"});
+              std::vector<std::string>{"[korvex:debug] [pid N] pppoeCommit:L apache: user name: alice, password: ********"});
     EXPECT_EQ(log.find("s3cret"), std::string::npos) << log;
 }
 
@@ -281,7 +284,7 @@ TEST_F(PppoeTest, PasswordStaysOutOfTheLogWhenTheShellCallsFail) {
     ASSERT_TRUE(env().wait_for_log("leave pppoeCommit", std::chrono::seconds(5), before));
     const std::string log = env().error_log_since(before);
     EXPECT_EQ(module_log_lines(log, "user name:"),
-              std::vector<std::string>{"[korvex:3] [pid N] pppoeCommit:L apache: user name: alice, password: ********"});
+              std::vector<std::string>{"[korvex:debug] [pid N] pppoeCommit:L apache: user name: alice, password: ********"});
     EXPECT_EQ(log.find("s3cret"), std::string::npos) << log;
 }
 

@@ -76,7 +76,7 @@ TEST_F(RequestBodyTest, MissingBodyIsLogged) {
     HttpResponse response = send(port(), request);
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.body, "");
-    EXPECT_TRUE(env().wait_for_log("[korvex:6]", std::chrono::seconds(5), before));
+    EXPECT_TRUE(env().wait_for_log("[korvex:error]", std::chrono::seconds(5), before));
     EXPECT_EQ(env().count_log_lines("No request body.", before), 1u) << env().error_log_since(before);
 }
 

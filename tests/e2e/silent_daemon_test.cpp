@@ -91,7 +91,7 @@ TEST_F(SilentDaemonTest, FirstCallTakesItsTimeOutAndTheNextOnesFailAtOnceWithThe
     const std::vector<std::string> no_reply = messages(env().error_log_since(since), "No reply");
     ASSERT_GE(no_reply.size(), 2u);
     for (const std::string &line : module_log_lines(env().error_log_since(since), "No reply")) {
-        EXPECT_EQ(line, "[korvex:6] [pid N] " + kEasyNoReply);
+        EXPECT_EQ(line, "[korvex:error] [pid N] " + kEasyNoReply);
     }
 }
 

@@ -8,7 +8,10 @@
 namespace korvex::test {
 namespace {
 
-class SmokeTest : public GatewayTest {};
+class SmokeTest : public GatewayTest {
+protected:
+    static void SetUpTestSuite() { use_log_level(KORVEX_LOG_TRACE); }
+};
 
 TEST_F(SmokeTest, TestCommandAnswers) {
     HttpResponse response = get(port(), "/network.cgi?test=0");

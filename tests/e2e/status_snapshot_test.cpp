@@ -80,6 +80,9 @@ std::string member_text(const std::string &body, const std::string &name) {
 
 class StatusSnapshotTest : public CommandTest {
 protected:
+    // The snapshot's numbered lines are notable-request records.
+    static void SetUpTestSuite() { use_log_level(KORVEX_LOG_REQUEST); }
+
     void SetUp() override {
         CommandTest::SetUp();
         for (const auto &[key, value] : kSettings) sim().nvram_put(key, value, true);
@@ -364,6 +367,7 @@ protected:
     static void SetUpTestSuite() {
         GatewayEnv::Options options;
         options.mpm = "event";
+        options.log_level = KORVEX_LOG_REQUEST;
         use_env(options);
     }
 };

@@ -42,6 +42,9 @@ std::string multipart(const std::string &image) {
 
 class UpdateCgiTest : public GatewayTest {
   protected:
+    // The upload is followed through its trace lines.
+    static void SetUpTestSuite() { use_log_level(KORVEX_LOG_TRACE); }
+
     void SetUp() override {
         GatewayTest::SetUp();
         sim_ = std::make_unique<SimClient>(env().bus_address());
@@ -102,18 +105,18 @@ TEST_F(UpdateCgiTest, TraceOfANormalRun) {
     const std::string length = std::to_string(body.size());
     EXPECT_EQ(log_lines(),
               (std::vector<std::string>{
-                  "[korvex:5] [pid N] korvex_handler:L apache: purging ...",
-                  "[korvex:3] [pid N] save_uImage:L apache: enter save_uImage",
-                  "[korvex:3] [pid N] save_uImage:L apache: total: " + length,
-                  "[korvex:3] [pid N] save_uImage:L apache: Content-Length: " + length,
-                  "[korvex:3] [pid N] save_uImage:L apache: bufSize: " + std::to_string(kBoundary.size() + 3) +
+                  "[korvex:notice] [pid N] korvex_handler:L apache: purging ...",
+                  "[korvex:debug] [pid N] save_uImage:L apache: enter save_uImage",
+                  "[korvex:debug] [pid N] save_uImage:L apache: total: " + length,
+                  "[korvex:debug] [pid N] save_uImage:L apache: Content-Length: " + length,
+                  "[korvex:debug] [pid N] save_uImage:L apache: bufSize: " + std::to_string(kBoundary.size() + 3) +
                       ", 0x? 0x?",
-                  "[korvex:3] [pid N] save_uImage:L apache: boundary: --" + kBoundary,
-                  "[korvex:3] [pid N] save_uImage:L apache: end: " + length + ", buf addr: 0x?",
-                  "[korvex:3] [pid N] save_uImage:L apache: Got " + length + " bytes of request body data.",
-                  "[korvex:3] [pid N] apache_dbus_send_str_ret_int:L apache: enter apache_dbus_send_str_ret_int",
-                  "[korvex:3] [pid N] apache_dbus_send_str_ret_int:L apache: ret: 0",
-                  "[korvex:3] [pid N] apache_dbus_send_str_ret_int:L apache: leave apache_dbus_send_str_ret_int",
+                  "[korvex:debug] [pid N] save_uImage:L apache: boundary: --" + kBoundary,
+                  "[korvex:debug] [pid N] save_uImage:L apache: end: " + length + ", buf addr: 0x?",
+                  "[korvex:debug] [pid N] save_uImage:L apache: Got " + length + " bytes of request body data.",
+                  "[korvex:debug] [pid N] apache_dbus_send_str_ret_int:L apache: enter apache_dbus_send_str_ret_int",
+                  "[korvex:debug] [pid N] apache_dbus_send_str_ret_int:L apache: ret: 0",
+                  "[korvex:debug] [pid N] apache_dbus_send_str_ret_int:L apache: leave apache_dbus_send_str_ret_int",
               }));
 }
 
@@ -147,7 +150,7 @@ TEST_F(UpdateCgiTest, GetWithoutBodyStartsNothing) {
     EXPECT_EQ(record_texts(sim_->records()),
               (std::vector<std::string>{kGetModel + " " + path, kAlive + " " + path}));
     EXPECT_EQ(log_lines("No request body."),
-              std::vector<std::string>{"[korvex:6] [pid N] save_uImage:L apache: No request body."});
+              std::vector<std::string>{"[korvex:error] [pid N] save_uImage:L apache: No request body."});
 }
 
 TEST_F(UpdateCgiTest, RunningUpdaterRefusesWithoutTouchingAnything) {
@@ -161,7 +164,7 @@ TEST_F(UpdateCgiTest, RunningUpdaterRefusesWithoutTouchingAnything) {
     EXPECT_EQ(stored(), "untouched");
     EXPECT_EQ(record_texts(sim_->records()), std::vector<std::string>{});
     EXPECT_EQ(log_lines("korvex_handler"),
-              std::vector<std::string>{"[korvex:5] [pid N] korvex_handler:L apache: fw is updating"});
+              std::vector<std::string>{"[korvex:notice] [pid N] korvex_handler:L apache: fw is updating"});
     EXPECT_LT(elapsed_.count(), 1000) << "no purge pause";
 }
 
@@ -191,9 +194,9 @@ TEST_F(UpdateCgiTest, SilentPlatformMakesTheUpdaterStartTimeOut) {
     ASSERT_TRUE(env().wait_for_log("leave apache_dbus_send_str_ret_int", std::chrono::seconds(5), log_before_));
     EXPECT_EQ(log_lines("apache_dbus_send_str_ret_int"),
               (std::vector<std::string>{
-                  "[korvex:3] [pid N] apache_dbus_send_str_ret_int:L apache: enter apache_dbus_send_str_ret_int",
-                  "[korvex:6] [pid N] apache_dbus_send_str_ret_int:L apache: No reply",
-                  "[korvex:3] [pid N] apache_dbus_send_str_ret_int:L apache: leave apache_dbus_send_str_ret_int",
+                  "[korvex:debug] [pid N] apache_dbus_send_str_ret_int:L apache: enter apache_dbus_send_str_ret_int",
+                  "[korvex:error] [pid N] apache_dbus_send_str_ret_int:L apache: No reply",
+                  "[korvex:debug] [pid N] apache_dbus_send_str_ret_int:L apache: leave apache_dbus_send_str_ret_int",
               }));
     EXPECT_EQ(sim_->records().back().member, "doSystem");
 }
@@ -202,7 +205,7 @@ TEST_F(UpdateCgiTest, WithoutBusTheImageIsStillStored) {
     env().bus_stop();
     const std::string image = image_bytes(15000, 9);
     HttpResponse response = upload(image);
-    const std::vector<std::string> errors = log_lines("[korvex:6]");
+    const std::vector<std::string> errors = log_lines("[korvex:error]");
     const std::vector<std::string> all = log_lines();
     env().bus_start();
 
@@ -215,9 +218,9 @@ TEST_F(UpdateCgiTest, WithoutBusTheImageIsStillStored) {
         if (line.find("dbusData is NULL") != std::string::npos) failed.push_back(line);
     }
     EXPECT_EQ(failed, (std::vector<std::string>{
-                          "[korvex:6] [pid N] apache_dbus_string_message:L apache: dbusData is NULL",
-                          "[korvex:6] [pid N] dbus_signal_update_alive:L apache: dbusData is NULL",
-                          "[korvex:6] [pid N] apache_dbus_send_str_ret_int:L apache: dbusData is NULL",
+                          "[korvex:error] [pid N] apache_dbus_string_message:L apache: dbusData is NULL",
+                          "[korvex:error] [pid N] dbus_signal_update_alive:L apache: dbusData is NULL",
+                          "[korvex:error] [pid N] apache_dbus_send_str_ret_int:L apache: dbusData is NULL",
                       }))
         << env().error_log_since(log_before_);
     size_t alive_at = all.size(), stored_at = all.size();

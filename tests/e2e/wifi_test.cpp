@@ -41,6 +41,8 @@ const char kFactoryWifiMode[] = "AP";
 
 class WifiTest : public CommandTest {
   protected:
+    // Some setters and getters are asserted through their trace lines.
+    static void SetUpTestSuite() { use_log_level(KORVEX_LOG_TRACE); }
 };
 
 // ---- SSID and passphrase setters: length rule, working copy only ----
@@ -193,7 +195,7 @@ TEST_F(WifiModeTest, TraceShowsTheLowerCasedValue) {
     EXPECT_EQ(run("setwifimode=StA"), "setwifimode done");
     ASSERT_TRUE(env().wait_for_log("enter setWifiMode", std::chrono::seconds(2), since));
     EXPECT_EQ(module_log_lines(env().error_log_since(since), "enter setWifiMode"),
-              std::vector<std::string>{"[korvex:3] [pid N] setWifiMode:L apache: enter setWifiMode, value: 'sta'"});
+              std::vector<std::string>{"[korvex:debug] [pid N] setWifiMode:L apache: enter setWifiMode, value: 'sta'"});
     EXPECT_EQ(sim().nvram("WifiMode"), "STA");
 }
 
@@ -423,11 +425,11 @@ TEST_F(SsidListTest, TraceShowsEachNameUntrimmed) {
     ASSERT_TRUE(env().wait_for_log("apache: ssid:  Guest Network<br>", std::chrono::seconds(2), since));
     EXPECT_EQ(module_log_lines(env().error_log_since(since), "apache: ssid: "),
               (std::vector<std::string>{
-                  "[korvex:3] [pid N] getSSIDList:L apache: ssid: Korvex-QTR58-3457<br>",
-                  "[korvex:3] [pid N] getSSIDList:L apache: ssid: FRITZ!Box 7590 KL<br>",
-                  "[korvex:3] [pid N] getSSIDList:L apache: ssid:   Vodafone Homespot  <br>",
-                  "[korvex:3] [pid N] getSSIDList:L apache: ssid: TP-Link_2.4GHz_5C1E <br>",
-                  "[korvex:3] [pid N] getSSIDList:L apache: ssid:  Guest Network<br>",
+                  "[korvex:debug] [pid N] getSSIDList:L apache: ssid: Korvex-QTR58-3457<br>",
+                  "[korvex:debug] [pid N] getSSIDList:L apache: ssid: FRITZ!Box 7590 KL<br>",
+                  "[korvex:debug] [pid N] getSSIDList:L apache: ssid:   Vodafone Homespot  <br>",
+                  "[korvex:debug] [pid N] getSSIDList:L apache: ssid: TP-Link_2.4GHz_5C1E <br>",
+                  "[korvex:debug] [pid N] getSSIDList:L apache: ssid:  Guest Network<br>",
               }));
 }
 

@@ -390,6 +390,12 @@ void GatewayTest::use_env(const GatewayEnv::Options &options) {
     }
 }
 
+void GatewayTest::use_log_level(int level) {
+    GatewayEnv::Options options;
+    options.log_level = level;
+    use_env(options);
+}
+
 void GatewayTest::restart_env() {
     GatewayEnv::Options options = shared().env ? shared().env->options() : GatewayEnv::Options();
     shared().env.reset();

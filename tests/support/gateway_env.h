@@ -11,12 +11,17 @@
 #include <string>
 #include <vector>
 
+#include "korvex_log.h"
+
 namespace korvex::test {
 
 struct GatewayOptions {
     std::string mpm = "prefork";  // prefork, worker or event
     bool with_bus = true;         // false: no bus and no simulator (bus_start() later)
-    int log_level = 2;            // KORVEX_LOG_LEVEL of the server
+    // The lowest of the module's levels (KORVEX_LOG_CHILD .. KORVEX_LOG_ERROR) that reaches
+    // the error log, as "LogLevel korvex:<Apache level>" (docs/logging.md). The default is
+    // a production server's; tests that read trace lines ask for their level.
+    int log_level = KORVEX_LOG_STATE;
     // Directories made in the server's private /tmp before it starts (needs isolation:
     // start() throws without it).
     std::vector<std::string> server_tmp_dirs;
@@ -130,6 +135,8 @@ protected:
     void SetUp() override;
 
     static void use_env(const GatewayEnv::Options &options);
+    // The same with default options except the module's log level.
+    static void use_log_level(int level);
     // Throws away the shared gateway and starts a fresh one with the same options.
     static void restart_env();
     static GatewayEnv &env();

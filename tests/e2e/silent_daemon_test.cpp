@@ -155,6 +155,45 @@ TEST_F(SilentDaemonTest, DaemonAnsweringJustWithinItsTimeOutNeverTrips) {
     EXPECT_EQ(env().count_log_lines("No reply", since), 0u);
 }
 
+TEST_F(SilentDaemonTest, ErrorRepliesAndAnAbsentDaemonNeverMakeItSilent) {
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"error"})");
+    const size_t since = env().error_log_size();
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+    EXPECT_EQ(calls(), (Calls{kSdkEasy + "(s:x)", kSdkEasy + "(s:x)", kSdkEasy + "(s:x)"}));
+
+    sim().reset();
+    sim().set_absent(kSdk, true);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+        EXPECT_LT(elapsed_ms(), 500);
+    }
+    sim().set_absent(kSdk, false);
+    const std::string answered = run("easycmd=x");
+    EXPECT_EQ(answered, "ok<br>easycmd done");
+    EXPECT_EQ(calls(), Calls{kSdkEasy + "(s:x)"});
+    EXPECT_EQ(env().count_log_lines("stopped answering", since), 0u);
+}
+
+// The platform's nvram read waits 1 s: declared after it, probed once the 1 s window is
+// over, and the window doubles when the probe goes unanswered too.
+TEST_F(SilentDaemonTest, UnansweredProbeDoublesTheWindowAndSaysSo) {
+    nvram_rule("get", R"("mode":"silent")");
+    const size_t since = env().error_log_size();
+    const std::string unanswered = run("getdoscenemode=");
+    EXPECT_GE(elapsed_ms(), 900);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    EXPECT_EQ(run("getdoscenemode="), unanswered);
+    EXPECT_GE(elapsed_ms(), 900) << "the probe waits its full time-out";
+    EXPECT_EQ(run("getdoscenemode="), unanswered);
+    EXPECT_LT(elapsed_ms(), 500) << "inside the grown window";
+    const std::vector<std::string> grown = messages(env().error_log_since(since), "still silent");
+    ASSERT_EQ(grown.size(), 1u);
+    EXPECT_TRUE(std::regex_match(grown[0], std::regex(R"(^com\.korvex-labs\.www\.platform still silent after )"
+                                                      R"([0-9]+ ms: calls to it fail at once for 2000 ms more$)")))
+        << grown[0];
+    EXPECT_EQ(calls().size(), 2u) << "the first call and the probe";
+}
+
 // Under load with the SDK daemon silent: once its first time-out has passed, the platform's
 // getter answers as fast as ever and "sdk.cgi" answers at once.
 void SilentDaemonTest::other_daemons_keep_their_latency() {

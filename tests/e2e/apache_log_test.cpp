@@ -38,10 +38,7 @@ protected:
     // Apache escapes; returns the error log written meanwhile.
     std::string log_every_level() {
         const size_t before = env().error_log_size();
-        HttpRequest request;
-        request.target = "/network.cgi?test=0";
-        request.headers = {"X-Korvex-Fault: log-every-level"};
-        const HttpResponse response = send(port(), request);
+        const HttpResponse response = get_with_fault(port(), "/network.cgi?test=0", "log-every-level");
         EXPECT_EQ(response.status, 200);
         EXPECT_EQ(response.body, "in testAPI, value: 0<br>test done");
         // The last record, an error: written at every level there is.

@@ -73,10 +73,7 @@ TEST_F(HardeningTest, OtherHandlersAreLeftAlone) {
 
 TEST_F(HardeningTest, AnExceptionInAResourceAnswers500WithTheReasonLogged) {
     const size_t before = env().error_log_size();
-    HttpRequest faulty;
-    faulty.target = "/network.cgi?test=0";
-    faulty.headers = {"X-Korvex-Fault: throw-after-serve"};
-    const HttpResponse response = send(port(), faulty);
+    const HttpResponse response = get_with_fault(port(), "/network.cgi?test=0", "throw-after-serve");
     EXPECT_EQ(response.status, 500);
     EXPECT_EQ(response.body.find("test done"), std::string::npos) << response.body;
     expect_inert(response, "500");
@@ -88,10 +85,7 @@ TEST_F(HardeningTest, AnExceptionInAResourceAnswers500WithTheReasonLogged) {
 
 TEST_F(HardeningTest, EveryResourceAnswers500OnAnException) {
     for (const std::string target : {"/sdk.cgi?json=%7B%7D", "/get.dat", "/network.cgi?getwifimode="}) {
-        HttpRequest faulty;
-        faulty.target = target;
-        faulty.headers = {"X-Korvex-Fault: throw-after-serve"};
-        EXPECT_EQ(send(port(), faulty).status, 500) << target;
+        EXPECT_EQ(get_with_fault(port(), target, "throw-after-serve").status, 500) << target;
     }
 }
 

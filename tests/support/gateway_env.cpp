@@ -408,11 +408,7 @@ GatewayEnv &GatewayTest::env() {
 }
 
 void GatewayEnv::forget_silent_peers() const {
-    HttpRequest request;
-    request.target = "/network.cgi?test=0";
-    request.headers = {"X-Korvex-Fault: forget-silent-peers"};
-    request.timeout_ms = 10000;
-    const HttpResponse response = send(port_, request);
+    const HttpResponse response = get_with_fault(port_, "/network.cgi?test=0", "forget-silent-peers", 10000);
     if (response.status != 200) {
         throw std::runtime_error("forgetting the silent destinations failed: " + std::to_string(response.status) +
                                  " " + response.error);

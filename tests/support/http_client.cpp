@@ -286,6 +286,14 @@ bool parse_raw(const std::string &raw, HttpResponse &response) {
 
 }  // namespace
 
+HttpResponse get_with_fault(int port, const std::string &target, const std::string &fault, long timeout_ms) {
+    HttpRequest request;
+    request.target = target;
+    request.headers = {"X-Korvex-Fault: " + fault};
+    request.timeout_ms = timeout_ms;
+    return send(port, request);
+}
+
 HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms) {
     HttpResponse response;
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);

@@ -60,6 +60,11 @@ HttpResponse upload_multipart_file(int port, const std::string &path, const std:
                                    const std::vector<std::string> &extra_headers = {},
                                    long timeout_ms = kDefaultTimeoutMs);
 
+// GET of target asking the development build for one of its test faults
+// ("X-Korvex-Fault: <fault>", see module/fault_hooks.h).
+HttpResponse get_with_fault(int port, const std::string &target, const std::string &fault,
+                            long timeout_ms = kDefaultTimeoutMs);
+
 // Writes raw bytes to the server and reads until the response is complete, the server
 // closes, or the time-out passes. For requests a well-behaved client cannot send.
 // The answer is parsed as far as it goes (status 0 if no status line arrived).

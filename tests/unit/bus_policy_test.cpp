@@ -78,6 +78,20 @@ class BusPolicy : public ::testing::Test {
     }
     const std::vector<Rule> &rules() const { return policies_[0].rules; }
 
+    // The (first, second) attribute pairs of the rules that carry `selector`; *count is the
+    // number of such rules, so that a pair allowed twice shows.
+    std::set<Pair> pairs_of(const std::string &selector, const std::string &first, const std::string &second,
+                            size_t *count) const {
+        std::set<Pair> pairs;
+        *count = 0;
+        for (const Rule &rule : rules()) {
+            if (rule.attributes.count(selector) == 0) continue;
+            pairs.emplace(rule.attributes.at(first), rule.attributes.at(second));
+            ++*count;
+        }
+        return pairs;
+    }
+
     std::vector<Policy> policies_;
 };
 
@@ -100,26 +114,16 @@ TEST_F(BusPolicy, OnlyAllowsAndEveryRuleHasOneOfThreeShapes) {
 }
 
 TEST_F(BusPolicy, MethodCallsAreExactlyThePairsOfTheCallTable) {
-    std::set<Pair> allowed;
     size_t count = 0;
-    for (const Rule &rule : rules()) {
-        if (rule.attributes.count("send_destination") == 0) continue;
-        allowed.emplace(rule.attributes.at("send_destination"), rule.attributes.at("send_interface"));
-        ++count;
-    }
+    const std::set<Pair> allowed = pairs_of("send_destination", "send_destination", "send_interface", &count);
     EXPECT_EQ(allowed, catalog_pairs());
     EXPECT_EQ(count, allowed.size()) << "a pair is allowed twice";
     EXPECT_EQ(allowed.size(), 22u);
 }
 
 TEST_F(BusPolicy, RepliesComeFromTheEightDaemonsOnly) {
-    std::set<Pair> allowed;
     size_t count = 0;
-    for (const Rule &rule : rules()) {
-        if (rule.attributes.count("receive_sender") == 0) continue;
-        allowed.emplace(rule.attributes.at("receive_sender"), rule.attributes.at("receive_type"));
-        ++count;
-    }
+    const std::set<Pair> allowed = pairs_of("receive_sender", "receive_sender", "receive_type", &count);
     std::set<Pair> expected;
     for (const char *name : korvex::peer::kAllBusNames) {
         expected.emplace(name, "method_return");
@@ -130,13 +134,8 @@ TEST_F(BusPolicy, RepliesComeFromTheEightDaemonsOnly) {
 }
 
 TEST_F(BusPolicy, SignalsAreExactlyAliveAndRewriteEntire) {
-    std::set<Pair> allowed;
     size_t count = 0;
-    for (const Rule &rule : rules()) {
-        if (rule.attributes.count("send_member") == 0) continue;
-        allowed.emplace(rule.attributes.at("send_interface"), rule.attributes.at("send_member"));
-        ++count;
-    }
+    const std::set<Pair> allowed = pairs_of("send_member", "send_interface", "send_member", &count);
     const std::set<Pair> expected = {{korvex::peer::kIfSignalUpdate, korvex::peer::kSignalAlive},
                                      {korvex::peer::kIfSignalUpdate, korvex::peer::kSignalRewriteEntire}};
     EXPECT_EQ(allowed, expected);

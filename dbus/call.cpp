@@ -40,7 +40,7 @@ silence::Outcome outcome_without_reply(const Error &error, std::uint32_t waited_
     if (!error.has_name(DBUS_ERROR_NO_REPLY)) {
         return silence::Outcome::kAnswered;
     }
-    const std::uint32_t full = timeout_ms < 0 ? silence::kDefaultTimeoutMs : static_cast<std::uint32_t>(timeout_ms);
+    const std::uint32_t full = silence::timeout_or_default(timeout_ms);
     // libdbus counts on a coarser clock than ours: a few per cent early still is the time-out.
     return waited_ms + full / 20 >= full ? silence::Outcome::kTimedOut : silence::Outcome::kAnswered;
 }

@@ -20,9 +20,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Micros = long long;
 
-// What libdbus waits when a caller asks for its default time-out.
-constexpr Micros kLibdbusDefaultTimeout = 25000LL * 1000;
-
 // How one call of the batch ended.
 enum class End { kNotSent, kOpen, kAnswered, kExpired };
 
@@ -30,8 +27,7 @@ enum class End { kNotSent, kOpen, kAnswered, kExpired };
 struct Slot {
     dbus_uint32_t serial;
     Micros deadline;  // since the batch was sent
-    bool waiting;
-    End end;
+    End end;          // kOpen while its reply is awaited
     silent_peers::Call admitted;
 };
 
@@ -40,7 +36,7 @@ const char *primitive_name(TextCallShape shape) {
 }
 
 Micros timeout_of(const DbusCallSpec &spec) {
-    return spec.timeout < 0 ? kLibdbusDefaultTimeout : static_cast<Micros>(spec.timeout) * 1000;
+    return static_cast<Micros>(silence::timeout_or_default(spec.timeout)) * 1000;
 }
 
 // The method call for one item, or null (logged as the primitive logs it).
@@ -84,7 +80,6 @@ public:
     void sent(std::size_t i, dbus_uint32_t serial) {
         slots_[i].serial = serial;
         slots_[i].deadline = timeout_of(*calls_[i].spec);
-        slots_[i].waiting = true;
         slots_[i].end = End::kOpen;
         ++waiting_;
     }
@@ -119,7 +114,7 @@ private:
         }
         const dbus_uint32_t serial = dbus_message_get_reply_serial(message);
         for (std::size_t i = 0; i < count_; ++i) {
-            if (slots_[i].waiting && slots_[i].serial == serial) {
+            if (slots_[i].end == End::kOpen && slots_[i].serial == serial) {
                 close(i, End::kAnswered);
                 if (type == DBUS_MESSAGE_TYPE_METHOD_RETURN) {
                     calls_[i].result = reply_text(r_->pool, message, primitive_name(calls_[i].shape));
@@ -135,7 +130,7 @@ private:
             std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start_).count();
         Micros next = LLONG_MAX;
         for (std::size_t i = 0; i < count_; ++i) {
-            if (!slots_[i].waiting) {
+            if (slots_[i].end != End::kOpen) {
                 continue;
             }
             if (slots_[i].deadline <= now) {
@@ -148,7 +143,6 @@ private:
     }
 
     void close(std::size_t i, End end) {
-        slots_[i].waiting = false;
         slots_[i].end = end;
         --waiting_;
     }

@@ -9,10 +9,6 @@ namespace {
 // Zero means "none" in the record's fields; a time that happens to be zero becomes one.
 std::uint32_t nonzero(std::uint32_t t) { return t == 0 ? 1 : t; }
 
-std::uint32_t timeout_or_default(int timeout_ms) {
-    return timeout_ms < 0 ? kDefaultTimeoutMs : static_cast<std::uint32_t>(timeout_ms);
-}
-
 void release_probe(Record &record, const Ticket &ticket) {
     if (ticket.admission != Admission::kProbe) return;
     // Only our own claim: one given up as lost may have been taken over meanwhile.

@@ -26,6 +26,11 @@ inline constexpr std::uint32_t kProbeGraceMs = 1000;
 // The time-out libdbus applies when a caller asks for its default.
 inline constexpr std::uint32_t kDefaultTimeoutMs = 25000;
 
+// A call's time-out in ms (negative: libdbus's default).
+constexpr std::uint32_t timeout_or_default(int timeout_ms) {
+    return timeout_ms < 0 ? kDefaultTimeoutMs : static_cast<std::uint32_t>(timeout_ms);
+}
+
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free,
               "the shared record needs lock-free 32-bit atomics");
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "dbus/list_queries.h"
-#include "dbus/oom_row.h"
+#include "commands/oom_row.h"
 #include "dbus/peer_catalog.h"
 #include "base/log.h"
 #include "module/process_scan.h"
@@ -28,6 +28,21 @@ constexpr const char *kReportedProcesses[] = {korvex::peer::kAppProcessName, "pl
 constexpr std::size_t kJsonFlags = JSON_COMPACT | JSON_ENSURE_ASCII | JSON_SORT_KEYS;
 
 }  // namespace
+
+// Asks a daemon for its memory-debug lines and prints them: "***** <process> *****<br>",
+// one "%s<br>" per line, then "<br>". 1 when a reply came, -1 otherwise (nothing printed).
+int dbus_memory_debug(request_rec *r, const char *process) {
+    KLOG(KORVEX_LOG_TRACE, "enter %s\n", __func__);
+    ListLink *lines = korvex_dbus_message_get_memory_debug_list(r, process, __func__);
+    if (lines == nullptr) {
+        return -1;
+    }
+    ap_rprintf(r, "***** %s *****<br>", process != nullptr ? process : "");
+    print_lines(r, lines, &MemoryDebugNode::line);
+    ap_rputs("<br>", r);
+    KLOG(KORVEX_LOG_TRACE, "leave %s\n", __func__);
+    return 1;
+}
 
 int listOOM(request_rec *r, char * /*value*/) {
     ListLink *head = korvex_dbus_message_get_oom_score_list(r);

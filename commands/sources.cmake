@@ -1,5 +1,6 @@
 list(APPEND KORVEX_LOGIC_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/shell_line.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/oom_row.cpp
   ${CMAKE_CURRENT_LIST_DIR}/app/timezone_mapping.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/text_utils.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/value_checks.cpp

@@ -15,6 +15,10 @@ DbusData *dbus_init(apr_pool_t *pool);
 const char *getChildKey(apr_pool_t *pool);
 // Pool clean-up: closes and releases the record's connection. Always 0.
 apr_status_t dbus_plain_cleanup_func(void *data);
+// Clean-up for a process forked to run another program: closes the connection's socket
+// and nothing else (no lock, no libdbus: another thread of the parent may have held
+// either at the fork). Always 0.
+apr_status_t dbus_child_cleanup_func(void *data);
 
 namespace korvex::dbus {
 
@@ -22,16 +26,17 @@ namespace korvex::dbus {
 // initialising thread's connection.
 void child_init(apr_pool_t *child_pool, server_rec *s);
 
-// The calling thread's usable connection record for this request, opening or reopening
-// the connection when needed. Null (after logging "dbusData is NULL") when the bus cannot
-// be reached; `caller` names the primitive in that log line.
+// The calling thread's connection record for this request, opening it when the thread
+// has none or the connection is known to be gone. Null (after logging "dbusData is NULL")
+// when the bus cannot be reached; `caller` names the primitive in that log line.
 DbusData *lookup(request_rec *r, const char *caller);
 
-// Reads and drops everything queued on the connection that nobody waits for (late replies
-// of timed-out calls, the bus's own signals), so nothing piles up over a child's life.
-void drain_incoming(DbusData *data);
-
-// How many messages drain_incoming dropped in this process (for tests and benchmarks).
+// Counts a message that arrived for nobody (a late reply, the bus's own signals) and was
+// dropped; dropped_message_count() tells how many this process dropped (tests, benchmarks).
+void count_dropped_message();
 unsigned long dropped_message_count();
+
+// The calling thread's kernel id, asked of the kernel once per thread.
+int current_tid();
 
 }  // namespace korvex::dbus

@@ -13,10 +13,14 @@ struct MessageUnref {
 };
 using MessagePtr = std::unique_ptr<DBusMessage, MessageUnref>;
 
-struct PendingCallUnref {
-    void operator()(DBusPendingCall *p) const { dbus_pending_call_unref(p); }
+// A private connection is closed before its last reference goes (libdbus requires it).
+struct ConnectionClose {
+    void operator()(DBusConnection *c) const {
+        dbus_connection_close(c);
+        dbus_connection_unref(c);
+    }
 };
-using PendingCallPtr = std::unique_ptr<DBusPendingCall, PendingCallUnref>;
+using ConnectionPtr = std::unique_ptr<DBusConnection, ConnectionClose>;
 
 // A libdbus error record, initialised on construction and freed on destruction.
 class Error {

@@ -13,7 +13,10 @@ struct DbusCallSpec {
 };
 
 // A serving thread's private system-bus connection and the object path its calls carry.
+// `fd` is the connection's socket (-1 without one), kept so that a process forked to run
+// another program can close it without calling into libdbus.
 struct DbusData {
     DBusConnection *conn;
     const char *objPath;
+    int fd;
 };

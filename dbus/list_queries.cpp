@@ -5,10 +5,10 @@
 #include <cstring>
 #include <utility>
 
-#include "dbus/call.h"
 #include "dbus/dbus_ptr.h"
+#include "dbus/exchange.h"
+#include "dbus/no_reply_log.h"
 #include "dbus/peer_catalog.h"
-#include "base/absent_text.h"
 #include "base/log.h"
 
 namespace {
@@ -32,30 +32,23 @@ Node *make_node(request_rec *r, const char *func) {
 
 // One list call: where it goes, what it carries and how a missing reply is logged.
 struct ListCall {
-    const char *func;         // the fetcher's name, for its log lines
-    const char *dest;         // may be null: the call then has no destination
+    const char *func;          // the fetcher's name, for its log lines
+    const char *dest;          // may be null: the call then has no destination
     const DbusCallSpec *spec;  // interface, member and time-out
-    const char *argument;     // the one STRING argument
-    const char *logged_ifac;  // null: "No reply"; else the detailed line naming this interface
+    const char *argument;      // the one STRING argument
+    korvex::dbus::NoReplyText no_reply;
 };
 
-void log_no_reply(const ListCall &call) {
-    if (call.logged_ifac == nullptr) {
-        KLOG_AS(kError, call.func, "No reply\n");
-    } else {
-        KLOG_AS(kError, call.func, "No reply, dest: %s, ifac: %s, cmd: %s, process: %s\n",
-                korvex::or_absent(call.dest), call.logged_ifac, call.spec->cmd, call.argument);
-    }
-}
-
 // Sends the call on the thread's connection and blocks for its reply; null when none came.
-MessagePtr call_and_wait(request_rec *r, const ListCall &call) {
-    auto result = korvex::dbus::call_method(r, call.func, call.dest, call.spec->ifac, call.spec->cmd,
-                                            call.spec->timeout, [&call](DBusMessage *message) {
-                                                return korvex::dbus::append_string(message, call.argument);
-                                            });
-    if (result.status == korvex::dbus::CallStatus::kNoReply && result.report_no_reply) {
-        log_no_reply(call);
+MessagePtr call_and_wait(request_rec *r, const ListCall &list) {
+    using korvex::dbus::Call;
+    const Call call = Call::method(list.dest, list.spec->ifac, list.spec->cmd, list.spec->timeout,
+                                   korvex::dbus::Arg::string(list.argument));
+    korvex::dbus::Result result = korvex::dbus::exchange_one(r, list.func, call);
+    const auto outcome = result.outcome;
+    if (outcome != korvex::dbus::Outcome::kReply && outcome != korvex::dbus::Outcome::kNoConnection &&
+        outcome != korvex::dbus::Outcome::kNotBuilt) {
+        korvex::dbus::log_no_reply(list.func, list.no_reply, call, result);
     }
     return std::move(result.reply);
 }
@@ -175,6 +168,7 @@ ListLink *fetch_list(request_rec *r, const ListCall &call, Read &&read) {
 }
 
 namespace peer = korvex::peer;
+using korvex::dbus::NoReplyText;
 
 }  // namespace
 
@@ -185,7 +179,7 @@ NvramListNode *callocNvramList(request_rec *r) { return make_node<NvramListNode>
 
 ListLink *korvex_dbus_message_get_allocatedMem_list(request_rec *r) {
     const ListCall call{__func__, peer::kSdkGetAllocated.dest, &peer::kSdkGetAllocated, peer::kSdkProcessName,
-                        peer::kSdkGetAllocated.ifac};
+                        NoReplyText::kProcess};
     return fetch_list(r, call, [r](DBusMessage *reply) {
         return read_text_list(r, reply, callocAllocatedMem, &AllocatedMemNode::line);
     });
@@ -193,13 +187,13 @@ ListLink *korvex_dbus_message_get_allocatedMem_list(request_rec *r) {
 
 ListLink *korvex_dbus_message_get_oom_score_list(request_rec *r) {
     const ListCall call{__func__, peer::kWatchdogOomList.dest, &peer::kWatchdogOomList,
-                        peer::kWatchdogOomListArgument, nullptr};
+                        peer::kWatchdogOomListArgument, NoReplyText::kPlain};
     return fetch_list(r, call, [r, &call](DBusMessage *reply) { return read_oom_list(r, reply, call.func); });
 }
 
 ListLink *korvex_dbus_message_get_nvram_list(request_rec *r, const char *value) {
     const ListCall call{__func__, peer::kNvramGetList.dest, &peer::kNvramGetList, value != nullptr ? value : "",
-                        nullptr};
+                        NoReplyText::kPlain};
     return fetch_list(r, call, [r](DBusMessage *reply) {
         return read_text_list(r, reply, callocNvramList, &NvramListNode::line);
     });
@@ -208,33 +202,22 @@ ListLink *korvex_dbus_message_get_nvram_list(request_rec *r, const char *value) 
 ListLink *korvex_dbus_message_wifi_ssid_refresh(request_rec *r) {
     // The argument is the member's own name, "refresh".
     const ListCall call{__func__, peer::kWifiSsidRefresh.dest, &peer::kWifiSsidRefresh, peer::kWifiSsidRefresh.cmd,
-                        nullptr};
+                        NoReplyText::kPlain};
     return fetch_list(r, call, [r, &call](DBusMessage *reply) {
         return read_text_list(r, reply, callocSsidNode, &SsidNode::ssid, call.func);
     });
 }
 
-int dbus_memory_debug(request_rec *r, const char *process) {
-    KLOG(kTrace, "enter %s\n", __func__);
+MemoryDebugNode *callocMemoryDebug(request_rec *r) { return make_node<MemoryDebugNode>(r, __func__); }
+
+ListLink *korvex_dbus_message_get_memory_debug_list(request_rec *r, const char *process, const char *func) {
     const char *dest = process != nullptr && std::strcmp(process, peer::kAppProcessName) == 0
                            ? peer::kMemoryDebug.dest
                            : nullptr;
-    const ListCall call{__func__, dest, &peer::kMemoryDebug, process != nullptr ? process : "",
-                        peer::kIfMemory};
+    const ListCall call{func, dest, &peer::kMemoryDebug, process != nullptr ? process : "", NoReplyText::kProcess};
     MessagePtr reply = call_and_wait(r, call);
     if (!reply) {
-        return -1;
+        return nullptr;
     }
-    ap_rprintf(r, "***** %s *****<br>", call.argument);
-    DBusMessageIter iter;
-    if (enter_first_container(reply.get(), &iter)) {
-        for (; dbus_message_iter_get_arg_type(&iter) != DBUS_TYPE_INVALID; dbus_message_iter_next(&iter)) {
-            if (const char *line = peek_text(&iter)) {
-                ap_rprintf(r, "%s<br>", line);
-            }
-        }
-    }
-    ap_rputs("<br>", r);
-    KLOG(kTrace, "leave %s\n", __func__);
-    return 1;
+    return read_text_list(r, reply.get(), callocMemoryDebug, &MemoryDebugNode::line);
 }

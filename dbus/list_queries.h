@@ -32,12 +32,18 @@ struct NvramListNode {
     ListLink link;
 };
 
+struct MemoryDebugNode {
+    char *line;
+    ListLink link;
+};
+
 // Node constructors: a cleared node from the request pool with its link pointing to itself;
 // null (logged "calloc fail") when the pool cannot give memory.
 AllocatedMemNode *callocAllocatedMem(request_rec *r);
 OomNode *callocOOM(request_rec *r);
 SsidNode *callocSsidNode(request_rec *r);
 NvramListNode *callocNvramList(request_rec *r);
+MemoryDebugNode *callocMemoryDebug(request_rec *r);
 
 // Fetchers: the ring head, or null when no reply came (or the call could not be made).
 // The SDK daemon's allocated-memory lines.
@@ -50,8 +56,6 @@ ListLink *korvex_dbus_message_get_nvram_list(request_rec *r, const char *value);
 // The platform daemon's refreshed list of Wi-Fi network names.
 ListLink *korvex_dbus_message_wifi_ssid_refresh(request_rec *r);
 
-// Asks a daemon for its memory-debug lines and prints them: "***** <process> *****<br>",
-// one "%s<br>" per line, then "<br>". The call goes to the application daemon when process
-// is "app", otherwise without destination. 1 when a reply came, -1 otherwise (nothing
-// printed).
-int dbus_memory_debug(request_rec *r, const char *process);
+// A daemon's memory-debug lines. The call goes to the application daemon when process is
+// "app", otherwise without destination; its log lines name `func`.
+ListLink *korvex_dbus_message_get_memory_debug_list(request_rec *r, const char *process, const char *func);

@@ -55,6 +55,8 @@ inline constexpr int kTimeoutLed = 1000;
 inline constexpr int kTimeoutListFetch = 5000;
 inline constexpr int kTimeoutSsidRefresh = 500;
 inline constexpr int kTimeoutMemoryDebug = 3000;
+// A broadcast signal has no reply; this bounds how long writing it out may take.
+inline constexpr int kTimeoutSignalWrite = 1000;
 
 // ---- Platform daemon ----
 inline constexpr DbusCallSpec kNvramGet{kPlatform, kIfNvram, "get", kTimeoutNvram};
@@ -158,21 +160,94 @@ inline constexpr int kUpdateStatusArgument = 1;
 // ---- Telldus bridge ----
 inline constexpr DbusCallSpec kTelldusTest433{kTelldus, kIfTelldus433, "test", kTimeoutStringMessage};
 
-// ---- Every method call above, for checks of the whole table ----
-inline constexpr const DbusCallSpec *kAllCalls[] = {
-    &kNvramGet, &kNvramSet, &kNvramCommit, &kNvramGetList, &kDoSystem3s, &kDoSystem5s, &kDoSystem20s,
-    &kDoSystem30s, &kDoSystem120s, &kGetModel, &kRestartP2P, &kRestartService, &kPlatformReboot, &kNetGetMac,
-    &kNetGetIp, &kNetGetNetmask, &kNetGetGateway, &kNetGetDns, &kNetInitInternet, &kConfigReset,
-    &kWifiModeCommit, &kWifiModeGetMd5, &kWifiStaCommand, &kWifiSsidRefresh, &kWeBeHomeRefresh,
-    &kSdkJsonCommand, &kSdkEasyCommand, &kSdkFirmwareVersion, &kSdkFirmwareDate, &kSdkGetAllocated, &kSdkLed,
-    &kAppJsonGetTitles, &kAppJsonGetGroup, &kAppJsonGetAll, &kAppJsonGetEventBySeq,
-    &kAppJsonGetMacroEventBySeq, &kAppDoScene, &kAppJsonSetAll, &kAppJsonDel, &kAppJsonRename,
-    &kAppDoSceneMode, &kAppSetDst, &kAppP2pReconnect, &kAppEnableAstClock, &kAppEnableLock,
-    &kAppSetAstClockLon, &kAppSetAstClockLat, &kAppGetDat, &kAppSendDat, &kAppResetConfig, &kAppBackupConfig,
-    &kAppRestoreConfig, &kAppRestoreConfig2, &kMemoryDebug, &kSocketCommand, &kWatchdogOomList,
-    &kWatchdogFwVersionForCheck, &kWatchdogFwVersionForUpdate, &kWatchdogStopTracking, &kCheckUpdateStatus,
-    &kUpdateStatus, &kTelldusTest433
+// ---- Every method call above, with what it does to the gateway ----
+// A write changes state (settings, services, scenes, the radio, the flash): it is always
+// sent, even to a daemon that looks hung, because a busy daemon runs it late rather than
+// never. A read only asks; while its daemon is silent it fails at once without being sent.
+// A member that does both for different arguments (the socket daemon's "command") counts
+// as a write.
+enum class Effect : unsigned char { kRead, kWrite };
+
+struct PeerCall {
+    const DbusCallSpec *spec;
+    Effect effect;
 };
+
+inline constexpr PeerCall kAllCalls[] = {
+    {&kNvramGet, Effect::kRead},
+    {&kNvramSet, Effect::kWrite},
+    {&kNvramCommit, Effect::kWrite},
+    {&kNvramGetList, Effect::kRead},
+    {&kDoSystem3s, Effect::kWrite},
+    {&kDoSystem5s, Effect::kWrite},
+    {&kDoSystem20s, Effect::kWrite},
+    {&kDoSystem30s, Effect::kWrite},
+    {&kDoSystem120s, Effect::kWrite},
+    {&kGetModel, Effect::kRead},
+    {&kRestartP2P, Effect::kWrite},
+    {&kRestartService, Effect::kWrite},
+    {&kPlatformReboot, Effect::kWrite},
+    {&kNetGetMac, Effect::kRead},
+    {&kNetGetIp, Effect::kRead},
+    {&kNetGetNetmask, Effect::kRead},
+    {&kNetGetGateway, Effect::kRead},
+    {&kNetGetDns, Effect::kRead},
+    {&kNetInitInternet, Effect::kWrite},
+    {&kConfigReset, Effect::kWrite},
+    {&kWifiModeCommit, Effect::kWrite},
+    {&kWifiModeGetMd5, Effect::kRead},
+    {&kWifiStaCommand, Effect::kRead},
+    {&kWifiSsidRefresh, Effect::kRead},
+    {&kWeBeHomeRefresh, Effect::kWrite},
+    {&kSdkJsonCommand, Effect::kWrite},
+    {&kSdkEasyCommand, Effect::kWrite},
+    {&kSdkFirmwareVersion, Effect::kRead},
+    {&kSdkFirmwareDate, Effect::kRead},
+    {&kSdkGetAllocated, Effect::kRead},
+    {&kSdkLed, Effect::kWrite},
+    {&kAppJsonGetTitles, Effect::kRead},
+    {&kAppJsonGetGroup, Effect::kRead},
+    {&kAppJsonGetAll, Effect::kRead},
+    {&kAppJsonGetEventBySeq, Effect::kRead},
+    {&kAppJsonGetMacroEventBySeq, Effect::kRead},
+    {&kAppDoScene, Effect::kWrite},
+    {&kAppJsonSetAll, Effect::kWrite},
+    {&kAppJsonDel, Effect::kWrite},
+    {&kAppJsonRename, Effect::kWrite},
+    {&kAppDoSceneMode, Effect::kWrite},
+    {&kAppSetDst, Effect::kWrite},
+    {&kAppP2pReconnect, Effect::kWrite},
+    {&kAppEnableAstClock, Effect::kWrite},
+    {&kAppEnableLock, Effect::kWrite},
+    {&kAppSetAstClockLon, Effect::kWrite},
+    {&kAppSetAstClockLat, Effect::kWrite},
+    {&kAppGetDat, Effect::kRead},
+    {&kAppSendDat, Effect::kWrite},
+    {&kAppResetConfig, Effect::kWrite},
+    {&kAppBackupConfig, Effect::kWrite},
+    {&kAppRestoreConfig, Effect::kWrite},
+    {&kAppRestoreConfig2, Effect::kWrite},
+    {&kMemoryDebug, Effect::kRead},
+    {&kSocketCommand, Effect::kWrite},
+    {&kWatchdogOomList, Effect::kRead},
+    {&kWatchdogFwVersionForCheck, Effect::kRead},
+    {&kWatchdogFwVersionForUpdate, Effect::kRead},
+    {&kWatchdogStopTracking, Effect::kWrite},
+    {&kCheckUpdateStatus, Effect::kRead},
+    {&kUpdateStatus, Effect::kRead},
+    {&kTelldusTest433, Effect::kWrite},
+};
+
+// The effect of a member, by interface and member name (a member not in the table counts
+// as a write, so that nothing unknown is ever held back).
+Effect effect_of(const char *ifac, const char *member);
+
+// The bus daemon itself: who owns a well-known name now (answered by the bus, not by the
+// daemon that owns the name).
+inline constexpr char kBusDaemon[] = "org.freedesktop.DBus";
+inline constexpr char kBusPath[] = "/org/freedesktop/DBus";
+inline constexpr char kBusGetNameOwner[] = "GetNameOwner";
+inline constexpr int kTimeoutBusQuery = 500;
 
 // ---- Broadcast signals (no destination, no reply) ----
 inline constexpr char kSignalAlive[] = "alive";

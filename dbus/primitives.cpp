@@ -1,187 +1,174 @@
-// The nine method-call primitives. Each differs from the others only in its arguments,
-// its reply handling, its failure value and its log lines.
+// The nine method-call primitives, each a row of data over the bus exchange: what it
+// returns before anything is sent, without a reply and for a reply without a usable first
+// argument, which trace lines it writes and which "No reply" record.
 #include "dbus/primitives.h"
 
-#include "dbus/call.h"
+#include "dbus/exchange.h"
+#include "dbus/no_reply_log.h"
 #include "dbus/peer_catalog.h"
+#include "base/absent_text.h"
 #include "base/log.h"
 
-using korvex::dbus::append_int32;
-using korvex::dbus::append_string;
-using korvex::dbus::append_uint32;
-using korvex::dbus::call_method;
-using korvex::dbus::CallStatus;
-using korvex::dbus::first_int32;
-using korvex::dbus::first_string;
+namespace korvex::dbus {
 
 namespace {
 
-// Copy of the reply's first text argument into the request pool; "(null)" when the reply
-// carries no text, as the formatter writes an absent string.
-char *copy_reply_text(request_rec *r, DBusMessage *reply, const char *caller) {
-    const char *text = first_string(reply);
-    if (text == nullptr) korvex_log_write(KORVEX_LOG_ERROR, caller, __LINE__, KORVEX_LOG_TAG,
-                                          "Message has no arguments!\n");
-    return apr_psprintf(r->pool, "%s", text);
+constexpr int kNoTrace = 0;
+
+// Integer-returning primitives.
+struct IntRow {
+    const char *name;
+    int trace_level;  // "enter"/"leave" lines (kNoTrace: none)
+    int before_sending;
+    int without_reply;
+    int empty_reply;
+    bool trace_value;  // "ret: %d" after a reply
+    NoReplyText no_reply;
+};
+
+// Text-returning primitives. Failures give null; a reply without a text gives `empty_reply`.
+struct TextRow {
+    const char *name;
+    int trace_level;           // "enter"/"leave" lines (kNoTrace: none)
+    const char *empty_reply;   // null, or "(null)" as the formatter writes an absent text
+    const char *value_trace;   // logged after a reply with the value (null: not logged)
+    const char *leave_format;  // "leave" line; may show the value after the name
+    NoReplyText no_reply;
+};
+
+constexpr IntRow kStrRetInt{"apache_dbus_send_str_ret_int", KORVEX_LOG_TRACE, -1, -1, -1, true, NoReplyText::kPlain};
+constexpr IntRow kIntRetInt{"apache_dbus_send_int_ret_int", KORVEX_LOG_TRACE, -1, -1, -1, true, NoReplyText::kPlain};
+constexpr IntRow kCommitNvram{"apache_dbus_commit_nvram", kNoTrace, -1, 0, 0, false, NoReplyText::kCommit};
+constexpr IntRow kControlLed{"dbus_control_LED", KORVEX_LOG_TRACE, 0, 0, 0, false, NoReplyText::kLed};
+
+constexpr TextRow kStrRetStr{"apache_dbus_send_str_ret_str", KORVEX_LOG_TRACE, nullptr, "retStr: %s\n",
+                             "leave %s, retStr: %s\n", NoReplyText::kPlain};
+constexpr TextRow kIntRetStr{"apache_dbus_send_int_ret_str", KORVEX_LOG_CHILD, nullptr, "ret string: %s\n",
+                             "leave %s\n", NoReplyText::kPlain};
+constexpr TextRow kStringMessage{"apache_dbus_string_message", kNoTrace, kAbsentText, nullptr, nullptr,
+                                 NoReplyText::kStr};
+constexpr TextRow kGetNvram{"apache_dbus_get_nvram", kNoTrace, kAbsentText, nullptr, nullptr, NoReplyText::kKey};
+constexpr TextRow kSetNvram{"apache_dbus_set_nvram", kNoTrace, kAbsentText, nullptr, nullptr, NoReplyText::kKey};
+
+bool sent_nothing(const Result &result) {
+    return result.outcome == Outcome::kNoConnection || result.outcome == Outcome::kNotBuilt;
 }
 
-// Shared body of the two integer-returning, descriptor-driven primitives.
-template <typename Append>
-int send_ret_int(request_rec *r, const char *caller, const DbusCallSpec *spec, Append &&append) {
-    int ret = -1;
-    KLOG_AS(KORVEX_LOG_TRACE, caller, "enter %s\n", caller);
-    auto result = call_method(r, caller, spec->dest, spec->ifac, spec->cmd, spec->timeout, append);
-    if (result.status < CallStatus::kNoReply) return -1;
-    if (result.status == CallStatus::kNoReply) {
-        if (result.report_no_reply) KLOG_AS(KORVEX_LOG_ERROR, caller, "No reply\n");
+void trace(int level, const char *name, const char *format) {
+    if (level != kNoTrace) KLOG_AS(level, name, format, name);
+}
+
+int run_int(request_rec *r, const IntRow &row, const Call &call) {
+    trace(row.trace_level, row.name, "enter %s\n");
+    const Result result = exchange_one(r, row.name, call);
+    if (sent_nothing(result)) return row.before_sending;
+    int ret = row.without_reply;
+    if (result.outcome != Outcome::kReply) {
+        log_no_reply(row.name, row.no_reply, call, result);
     } else {
         dbus_int32_t value = 0;
         if (first_int32(result.reply.get(), &value)) {
             ret = value;
         } else {
-            KLOG_AS(KORVEX_LOG_ERROR, caller, "Message has no arguments!\n");
+            KLOG_AS(KORVEX_LOG_ERROR, row.name, "Message has no arguments!\n");
+            ret = row.empty_reply;
         }
-        KLOG_AS(KORVEX_LOG_TRACE, caller, "ret: %d\n", ret);
+        if (row.trace_value) KLOG_AS(KORVEX_LOG_TRACE, row.name, "ret: %d\n", ret);
     }
-    KLOG_AS(KORVEX_LOG_TRACE, caller, "leave %s\n", caller);
+    trace(row.trace_level, row.name, "leave %s\n");
     return ret;
 }
 
-// Shared body of the two text-returning, descriptor-driven primitives; they differ in
-// trace level and wording.
-struct TextTraces {
-    int enter_level;
-    const char *read_format;   // logged after a reply, with the copied text
-    bool leave_with_text;      // "leave %s, retStr: %s\n" instead of "leave %s\n"
-};
-
-template <typename Append>
-char *send_ret_str(request_rec *r, const char *caller, const DbusCallSpec *spec, const TextTraces &traces,
-                   Append &&append) {
-    char *ret = nullptr;
-    KLOG_AS(traces.enter_level, caller, "enter %s\n", caller);
-    auto result = call_method(r, caller, spec->dest, spec->ifac, spec->cmd, spec->timeout, append);
-    if (result.status < CallStatus::kNoReply) return nullptr;
-    if (result.status == CallStatus::kNoReply) {
-        if (result.report_no_reply) KLOG_AS(KORVEX_LOG_ERROR, caller, "No reply\n");
-    } else {
-        const char *text = first_string(result.reply.get());
-        if (text == nullptr) {
-            KLOG_AS(KORVEX_LOG_ERROR, caller, "Message has no arguments!\n");
-        } else {
-            ret = apr_psprintf(r->pool, "%s", text);
-        }
-        KLOG_AS(KORVEX_LOG_TRACE, caller, traces.read_format, ret);
+// What a text primitive returns for a call that has been made, with its log lines.
+char *text_of(request_rec *r, const TextRow &row, const Call &call, const Result &result) {
+    if (result.outcome != Outcome::kReply) {
+        if (!sent_nothing(result)) log_no_reply(row.name, row.no_reply, call, result);
+        return nullptr;
     }
-    if (traces.leave_with_text) {
-        KLOG_AS(traces.enter_level, caller, "leave %s, retStr: %s\n", caller, ret);
-    } else {
-        KLOG_AS(traces.enter_level, caller, "leave %s\n", caller);
+    const char *text = first_string(result.reply.get());
+    if (text == nullptr) {
+        KLOG_AS(KORVEX_LOG_ERROR, row.name, "Message has no arguments!\n");
+        text = row.empty_reply;
     }
+    char *ret = text != nullptr ? apr_pstrdup(r->pool, text) : nullptr;
+    if (row.value_trace != nullptr) KLOG_AS(KORVEX_LOG_TRACE, row.name, row.value_trace, or_absent(ret));
     return ret;
 }
 
-constexpr TextTraces kStrRetStrTraces{KORVEX_LOG_TRACE, "retStr: %s\n", true};
-constexpr TextTraces kIntRetStrTraces{KORVEX_LOG_CHILD, "ret string: %s\n", false};
+char *run_text(request_rec *r, const TextRow &row, const Call &call) {
+    trace(row.trace_level, row.name, "enter %s\n");
+    const Result result = exchange_one(r, row.name, call);
+    if (sent_nothing(result)) return nullptr;
+    char *ret = text_of(r, row, call, result);
+    if (row.trace_level != kNoTrace) KLOG_AS(row.trace_level, row.name, row.leave_format, row.name, or_absent(ret));
+    return ret;
+}
+
+const TextRow &row_of(TextPrimitive primitive) {
+    return primitive == TextPrimitive::kGetNvram ? kGetNvram : kStringMessage;
+}
 
 }  // namespace
 
+Call text_call(TextPrimitive primitive, const DbusCallSpec &spec, const char *argument) {
+    // Both primitives fix their own time-out, whatever the row of the peer table says.
+    const int timeout = primitive == TextPrimitive::kGetNvram ? peer::kTimeoutNvram : peer::kTimeoutStringMessage;
+    return Call::method(spec.dest, spec.ifac, spec.cmd, timeout, Arg::string(argument));
+}
+
+const char *text_outcome(request_rec *r, TextPrimitive primitive, const Call &call, const Result &result) {
+    return text_of(r, row_of(primitive), call, result);
+}
+
+}  // namespace korvex::dbus
+
+using korvex::dbus::Arg;
+using korvex::dbus::Call;
+namespace peer = korvex::peer;
+namespace rows = korvex::dbus;
+
 int apache_dbus_send_str_ret_int(request_rec *r, const char *str, const DbusCallSpec *spec) {
-    return send_ret_int(r, __func__, spec, [str](DBusMessage *m) { return append_string(m, str); });
+    return rows::run_int(r, rows::kStrRetInt, Call::method(*spec, Arg::string(str)));
 }
 
 char *apache_dbus_send_str_ret_str(request_rec *r, const char *str, const DbusCallSpec *spec) {
-    return send_ret_str(r, __func__, spec, kStrRetStrTraces,
-                        [str](DBusMessage *m) { return append_string(m, str); });
+    return rows::run_text(r, rows::kStrRetStr, Call::method(*spec, Arg::string(str)));
 }
 
 int apache_dbus_send_int_ret_int(request_rec *r, int value, const DbusCallSpec *spec) {
-    return send_ret_int(r, __func__, spec, [value](DBusMessage *m) { return append_int32(m, value); });
+    return rows::run_int(r, rows::kIntRetInt, Call::method(*spec, Arg::int32(value)));
 }
 
 char *apache_dbus_send_int_ret_str(request_rec *r, int value, const DbusCallSpec *spec) {
-    return send_ret_str(r, __func__, spec, kIntRetStrTraces,
-                        [value](DBusMessage *m) { return append_int32(m, value); });
+    return rows::run_text(r, rows::kIntRetStr, Call::method(*spec, Arg::int32(value)));
 }
 
 char *apache_dbus_string_message(request_rec *r, const char *str, const char *dest, const char *ifac,
                                  const char *command) {
-    auto result = call_method(r, __func__, dest, ifac, command, korvex::peer::kTimeoutStringMessage,
-                              [str](DBusMessage *m) { return append_string(m, str); });
-    if (result.status == CallStatus::kNoReply && result.report_no_reply) {
-        KLOG(KORVEX_LOG_ERROR, "No reply, str: %s, dest: %s, ifac: %s, command: %s\n", str, dest, ifac, command);
-    }
-    if (result.status != CallStatus::kReply) return nullptr;
-    return copy_reply_text(r, result.reply.get(), __func__);
+    return rows::run_text(r, rows::kStringMessage,
+                          Call::method(dest, ifac, command, peer::kTimeoutStringMessage, Arg::string(str)));
 }
 
 char *apache_dbus_get_nvram(request_rec *r, const char *key, const char *dest, const char *ifac) {
-    const char *member = korvex::peer::kNvramGet.cmd;
-    auto result = call_method(r, __func__, dest, ifac, member, korvex::peer::kNvramGet.timeout,
-                              [key](DBusMessage *m) { return append_string(m, key); });
-    if (result.status == CallStatus::kNoReply && result.report_no_reply) {
-        KLOG(KORVEX_LOG_ERROR, "No reply, key: %s, dest: %s, ifac: %s, cmd: %s\n", key, dest, ifac, member);
-    }
-    if (result.status != CallStatus::kReply) return nullptr;
-    return copy_reply_text(r, result.reply.get(), __func__);
+    return rows::run_text(r, rows::kGetNvram,
+                          Call::method(dest, ifac, peer::kNvramGet.cmd, peer::kNvramGet.timeout, Arg::string(key)));
 }
 
 char *apache_dbus_set_nvram(request_rec *r, const char *key, const char *value, const char *dest,
                             const char *ifac) {
-    const char *member = korvex::peer::kNvramSet.cmd;
-    auto result = call_method(r, __func__, dest, ifac, member, korvex::peer::kNvramSet.timeout,
-                              [key, value](DBusMessage *m) {
-                                  return append_string(m, key) && append_string(m, value);
-                              });
-    if (result.status == CallStatus::kNoReply && result.report_no_reply) {
-        KLOG(KORVEX_LOG_ERROR, "No reply, key: %s, dest: %s, ifac: %s, cmd: %s\n", key, dest, ifac, member);
-    }
-    if (result.status != CallStatus::kReply) return nullptr;
-    return copy_reply_text(r, result.reply.get(), __func__);
+    return rows::run_text(r, rows::kSetNvram, Call::method(dest, ifac, peer::kNvramSet.cmd, peer::kNvramSet.timeout,
+                                                            Arg::string(key), Arg::string(value)));
 }
 
 int apache_dbus_commit_nvram(request_rec *r, const char *dest, const char *ifac) {
-    const char *member = korvex::peer::kNvramCommit.cmd;
-    auto result = call_method(r, __func__, dest, ifac, member, korvex::peer::kNvramCommit.timeout,
-                              [](DBusMessage *m) { return append_string(m, korvex::peer::kNvramCommitArgument); });
-    if (result.status < CallStatus::kNoReply) return -1;
-    if (result.status == CallStatus::kNoReply) {
-        if (result.report_no_reply) {
-            KLOG(KORVEX_LOG_ERROR, "No reply, dest: %s, ifac: %s, cmd: %s\n", dest, ifac, member);
-        }
-        return 0;
-    }
-    dbus_int32_t value = 0;
-    if (!first_int32(result.reply.get(), &value)) {
-        KLOG(KORVEX_LOG_ERROR, "Message has no arguments!\n");
-        return 0;
-    }
-    return value;
+    return rows::run_int(r, rows::kCommitNvram,
+                         Call::method(dest, ifac, peer::kNvramCommit.cmd, peer::kNvramCommit.timeout,
+                                      Arg::string(peer::kNvramCommitArgument)));
 }
 
 int dbus_control_LED(request_rec *r, const char *led, unsigned value, const char *dest, const char *ifac) {
-    const char *member = korvex::peer::kSdkLed.cmd;
-    int ret = 0;
-    KLOG(KORVEX_LOG_TRACE, "enter %s\n", __func__);
-    auto result = call_method(r, __func__, dest, ifac, member, korvex::peer::kSdkLed.timeout,
-                              [led, value](DBusMessage *m) {
-                                  return append_string(m, led) && append_uint32(m, value);
-                              });
-    if (result.status < CallStatus::kNoReply) return 0;
-    if (result.status == CallStatus::kNoReply) {
-        if (result.report_no_reply) {
-            KLOG(KORVEX_LOG_ERROR, "No reply, led: %s, dest: %s, ifac: %s, cmd: %s\n", led, dest, ifac, member);
-        }
-    } else {
-        dbus_int32_t reply_value = 0;
-        if (first_int32(result.reply.get(), &reply_value)) {
-            ret = reply_value;
-        } else {
-            KLOG(KORVEX_LOG_ERROR, "Message has no arguments!\n");
-        }
-    }
-    KLOG(KORVEX_LOG_TRACE, "leave %s\n", __func__);
-    return ret;
+    return rows::run_int(r, rows::kControlLed, Call::method(dest, ifac, peer::kSdkLed.cmd, peer::kSdkLed.timeout,
+                                                             Arg::string(led), Arg::uint32(value)));
 }
 
 namespace korvex {

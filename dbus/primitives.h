@@ -24,6 +24,20 @@ int apache_dbus_commit_nvram(request_rec *r, const char *dest, const char *ifac)
 // 0 on every failure; else the reply integer.
 int dbus_control_LED(request_rec *r, const char *led, unsigned value, const char *dest, const char *ifac);
 
+namespace korvex::dbus {
+
+struct Call;
+struct Result;
+
+// apache_dbus_get_nvram and apache_dbus_string_message as members of a set of calls sent
+// together (the status snapshot): the call each would make, and what each returns once
+// the set is through, with the primitive's own log lines.
+enum class TextPrimitive { kGetNvram, kStringMessage };
+Call text_call(TextPrimitive primitive, const DbusCallSpec &spec, const char *argument);
+const char *text_outcome(request_rec *r, TextPrimitive primitive, const Call &call, const Result &result);
+
+}  // namespace korvex::dbus
+
 namespace korvex {
 
 // Shorthands naming a peer-table row instead of three texts.

@@ -92,24 +92,40 @@ void forget_all() {
     for (silence::Record &record : g_table->records) silence::forget(record);
 }
 
-Call admit(const char *dest, int timeout_ms) {
+Call admit(const char *dest, int timeout_ms, peer::Effect effect) {
     const int record = record_of(dest);
-    if (record < 0) return {-1, {silence::Admission::kSend, now_ms(), 0}};
-    return {record, silence::admit(g_table->records[record], now_ms(), timeout_ms)};
+    if (record < 0) return {-1, {silence::Admission::kSend, now_ms(), 0, false}};
+    return {record, silence::admit(g_table->records[record], now_ms(), timeout_ms, effect)};
 }
 
-void settle(const Call &call, silence::Outcome outcome) {
-    if (call.record < 0 || g_table == nullptr) return;
+silence::Transition settle(const Call &call, silence::Outcome outcome) {
+    if (call.record < 0 || g_table == nullptr) return silence::Transition::kNone;
     const silence::Settled settled = silence::settle(g_table->records[call.record], call.ticket, outcome, now_ms());
     log_transition(peer::kAllBusNames[call.record], settled);
+    return settled.transition;
 }
 
-bool report_fast_failure(const Call &call) {
-    if (call.record < 0) return true;
+void note_owner(const Call &call, std::uint32_t owner) {
+    if (call.record < 0 || g_table == nullptr) return;
+    silence::note_owner(g_table->records[call.record], owner);
+}
+
+bool settle_owner(const Call &call, std::uint32_t owner) {
+    if (call.record < 0 || g_table == nullptr) return false;
+    const silence::Settled settled = silence::settle_owner(g_table->records[call.record], owner, now_ms());
+    if (settled.transition != silence::Transition::kRecovered) return false;
+    KLOG(KORVEX_LOG_STATE, "%s has a new owner after %u ms of silence: calls go to it again\n",
+         peer::kAllBusNames[call.record], settled.silent_ms);
+    return true;
+}
+
+bool report_fast_failure(const char *dest) {
+    const int record = record_of(dest);
+    if (record < 0) return true;
     unsigned left_out = 0;
-    if (!g_fast_failure_limits[call.record].allow(LogRateLimit::Clock::now(), &left_out)) return false;
+    if (!g_fast_failure_limits[record].allow(LogRateLimit::Clock::now(), &left_out)) return false;
     if (left_out > 0) {
-        KLOG(KORVEX_LOG_ERROR, "%u No reply records left out for %s\n", left_out, peer::kAllBusNames[call.record]);
+        KLOG(KORVEX_LOG_ERROR, "%u No reply records left out for %s\n", left_out, peer::kAllBusNames[record]);
     }
     return true;
 }

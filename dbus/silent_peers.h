@@ -22,17 +22,24 @@ struct Call {
     silence::Ticket ticket;
 };
 
-// Asks whether a call to `dest` may go now.
-Call admit(const char *dest, int timeout_ms);
-inline bool fails_fast(const Call &call) { return call.ticket.admission == silence::Admission::kFailFast; }
+// Asks whether a call to `dest` may go now, and whether it waits for its reply.
+Call admit(const char *dest, int timeout_ms, peer::Effect effect);
+inline bool is_silent(const Call &call) { return silence::is_silent(call.ticket); }
 
 // Records how a sent call ended; a silence declared, grown or ended is logged here.
-void settle(const Call &call, silence::Outcome outcome);
+// Returns the transition (kDeclared: the caller notes the name's owner of now).
+silence::Transition settle(const Call &call, silence::Outcome outcome);
+
+// Notes who owns the name of a destination that was just declared silent (0: unknown).
+void note_owner(const Call &call, std::uint32_t owner);
+// For a silent destination whose name has `owner` now: ends the silence (logged) when that
+// is another process than the one that went silent. True when the silence is over.
+bool settle_owner(const Call &call, std::uint32_t owner);
 
 // For a call that failed at once: whether its "No reply" record is written now. At most one
 // a second per destination and process; the next one written is preceded by the count of
 // those left out.
-bool report_fast_failure(const Call &call);
+bool report_fast_failure(const char *dest);
 
 // The system-wide monotonic clock in milliseconds, modulo 2^32.
 std::uint32_t now_ms();

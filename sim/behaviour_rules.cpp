@@ -16,6 +16,7 @@ AnswerMode parse_mode(const std::string &name) {
     if (name == "noarg") return AnswerMode::NoArg;
     if (name == "wrongtype") return AnswerMode::WrongType;
     if (name == "values") return AnswerMode::Values;
+    if (name == "busy") return AnswerMode::Busy;
     throw std::invalid_argument("unknown mode \"" + name + "\"");
 }
 

@@ -10,7 +10,7 @@
 
 namespace korvex::sim {
 
-enum class AnswerMode { Default, Silent, Error, NoArg, WrongType, Values };
+enum class AnswerMode { Default, Silent, Error, NoArg, WrongType, Values, Busy };
 
 struct BehaviourRule {
     std::string destination;  // one of the gateway daemons' bus names

@@ -45,6 +45,7 @@ DBusMessage *reset(DBusMessage *call, SimulatorState &state) {
     state.records.clear();
     state.records.set_limit(kDefaultRecordLimit);
     state.rules.clear();
+    state.busy.clear();
     std::string error;
     if (!state.names.restore_all(&error))
         return dbus_message_new_error(call, DBUS_ERROR_FAILED, error.c_str());

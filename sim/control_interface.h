@@ -6,6 +6,7 @@
 
 #include "sim/behaviour_rules.h"
 #include "sim/bus_names.h"
+#include "sim/busy_daemons.h"
 #include "sim/call_records.h"
 #include "sim/nvram_store.h"
 
@@ -16,6 +17,7 @@ struct SimulatorState {
     CallRecords &records;
     RuleBook &rules;
     BusNames &names;
+    BusyDaemons &busy;
 };
 
 // Carries out one control call and returns its reply (a method return or an error).

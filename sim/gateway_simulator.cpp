@@ -36,7 +36,7 @@ GatewaySimulator::GatewaySimulator(DBusConnection *connection, NvramStore &nvram
       nvram_(nvram),
       peers_(nvram),
       names_(connection),
-      state_{nvram_, records_, rules_, names_} {}
+      state_{nvram_, records_, rules_, names_, busy_} {}
 
 bool GatewaySimulator::start(std::string *error) {
     return add_match(connection_, kMatchUpdateSignals, error) && names_.acquire_all(error);
@@ -44,11 +44,12 @@ bool GatewaySimulator::start(std::string *error) {
 
 int GatewaySimulator::run(const volatile std::sig_atomic_t &stop_requested) {
     while (!stop_requested) {
-        dbus_connection_read_write(connection_, replies_.ms_until_next(kMaxWaitMs));
+        dbus_connection_read_write(connection_, busy_.ms_until_next(replies_.ms_until_next(kMaxWaitMs)));
         while (DBusMessage *message = dbus_connection_pop_message(connection_)) {
             handle(message);
             dbus_message_unref(message);
         }
+        serve_freed_calls();
         if (disconnected_ || !dbus_connection_get_is_connected(connection_))
             return 1;
         if (replies_.send_due(connection_) > 0)
@@ -76,7 +77,6 @@ void GatewaySimulator::handle(DBusMessage *message) {
 void GatewaySimulator::handle_method_call(DBusMessage *call) {
     const std::string destination = text_or_empty(dbus_message_get_destination(call));
     const std::string interface = text_or_empty(dbus_message_get_interface(call));
-    const std::string member = text_or_empty(dbus_message_get_member(call));
     const bool wants_reply = !dbus_message_get_no_reply(call);
 
     if (destination == control::kBusName && interface == control::kInterface) {
@@ -92,11 +92,34 @@ void GatewaySimulator::handle_method_call(DBusMessage *call) {
         return;
     }
 
-    records_.add(make_call_record(call));
-    std::optional<BehaviourRule> rule = rules_.take(destination, interface, member);
-    if (!wants_reply || (rule && rule->mode == AnswerMode::Silent))
+    if (busy_.is_busy(destination)) {
+        if (!busy_.hold(destination, call) && wants_reply)
+            replies_.schedule(dbus_message_new_error(call, DBUS_ERROR_LIMITS_EXCEEDED, "too many calls waiting"), 0);
         return;
+    }
+    serve_gateway_call(call);
+}
+
+void GatewaySimulator::serve_freed_calls() {
+    while (DBusMessage *call = busy_.next_ready()) {
+        serve_gateway_call(call);
+        dbus_message_unref(call);
+    }
+}
+
+void GatewaySimulator::serve_gateway_call(DBusMessage *call) {
+    const std::string destination = text_or_empty(dbus_message_get_destination(call));
+    records_.add(make_call_record(call));
+    std::optional<BehaviourRule> rule = rules_.take(destination, text_or_empty(dbus_message_get_interface(call)),
+                                                    text_or_empty(dbus_message_get_member(call)));
+    if (rule && rule->mode == AnswerMode::Silent)
+        return;
+    if (rule && rule->mode == AnswerMode::Busy)
+        busy_.occupy(destination, rule->delay_ms);
+    // The daemon acts on a call whether or not its sender waits for the answer.
     Answer answer = answer_for(rule ? &*rule : nullptr, call);
+    if (dbus_message_get_no_reply(call))
+        return;
     DBusMessage *reply = build_reply(call, answer);
     if (reply != nullptr)
         replies_.schedule(reply, rule ? rule->delay_ms : 0);

@@ -9,6 +9,7 @@
 
 #include "sim/behaviour_rules.h"
 #include "sim/bus_names.h"
+#include "sim/busy_daemons.h"
 #include "sim/call_records.h"
 #include "sim/control_interface.h"
 #include "sim/nvram_store.h"
@@ -32,6 +33,8 @@ class GatewaySimulator {
   private:
     void handle(DBusMessage *message);
     void handle_method_call(DBusMessage *call);
+    void serve_gateway_call(DBusMessage *call);
+    void serve_freed_calls();
     Answer answer_for(const BehaviourRule *rule, DBusMessage *call);
     DBusMessage *build_reply(DBusMessage *call, const Answer &answer);
 
@@ -42,6 +45,7 @@ class GatewaySimulator {
     CallRecords records_;
     RuleBook rules_;
     ReplyQueue replies_;
+    BusyDaemons busy_;
     SimulatorState state_;
     bool disconnected_ = false;
 };

@@ -1,7 +1,8 @@
 // "jsongetupdate": the gateway status snapshot a polling client compares with its cache.
 //
 // All 22 queries leave at once, in the order of the table below, and their replies are
-// collected together (dbus/call_batch.h); then the object is built row by row.
+// collected together under one deadline (dbus/exchange.h); then the object is built row
+// by row.
 #include <jansson.h>
 
 #include <cstddef>
@@ -9,8 +10,9 @@
 
 #include "commands/app/change_stamp.h"
 #include "commands/app/timezone_mapping.h"
-#include "dbus/call_batch.h"
+#include "dbus/exchange.h"
 #include "dbus/peer_catalog.h"
+#include "dbus/primitives.h"
 #include "base/absent_text.h"
 #include "base/log.h"
 #include "base/secrets.h"
@@ -18,8 +20,9 @@
 
 namespace {
 
-using korvex::dbus::TextCall;
-using korvex::dbus::TextCallShape;
+using korvex::dbus::Call;
+using korvex::dbus::Result;
+using korvex::dbus::TextPrimitive;
 
 constexpr char kHandlerName[] = "jsonGetUpdate";
 constexpr int kLogLevel = KORVEX_LOG_REQUEST;
@@ -92,20 +95,27 @@ constexpr std::size_t count_calls() {
 constexpr std::size_t kCallCount = count_calls();
 static_assert(kCallCount == 22, "the snapshot asks 22 questions");
 
-TextCallShape shape_of(const DbusCallSpec *spec) {
-    return spec == kNvram ? TextCallShape::kNvramGet : TextCallShape::kStringMessage;
+TextPrimitive primitive_of(const DbusCallSpec *spec) {
+    return spec == kNvram ? TextPrimitive::kGetNvram : TextPrimitive::kStringMessage;
 }
 
-// The calls of every row, in row order (a two-call row contributes both, first to second).
-void plan_calls(TextCall (&calls)[kCallCount]) {
-    std::size_t n = 0;
-    for (const Row &row : kRows) {
-        calls[n++] = TextCall{row.spec, row.argument, shape_of(row.spec), nullptr};
-        if (has_second_call(row)) {
-            calls[n++] = TextCall{row.second_spec, row.argument, shape_of(row.second_spec), nullptr};
+// The questions of every row, in row order (a two-call row asks both, first to second).
+struct Plan {
+    Call calls[kCallCount];
+    TextPrimitive primitives[kCallCount];  // the primitive each call stands in for
+
+    Plan() {
+        std::size_t n = 0;
+        auto add = [&](const DbusCallSpec *spec, const char *argument) {
+            primitives[n] = primitive_of(spec);
+            calls[n++] = korvex::dbus::text_call(primitive_of(spec), *spec, argument);
+        };
+        for (const Row &row : kRows) {
+            add(row.spec, row.argument);
+            if (has_second_call(row)) add(row.second_spec, row.argument);
         }
     }
-}
+};
 
 void set_integer(json_t *object, const char *member, long long value) {
     json_object_set_new(object, member, json_integer(value));
@@ -187,9 +197,14 @@ void log_snapshot(json_t *object, const char *text) {
 int jsonGetUpdate(request_rec *r, char * /*value*/) {
     KLOG_AS(kLogLevel, kHandlerName, "0. jsongetupdate start !!\n");
 
-    TextCall calls[kCallCount];
-    plan_calls(calls);
-    korvex::dbus::call_text_batch(r, calls, kCallCount, kHandlerName);
+    const Plan plan;
+    Result results[kCallCount];
+    korvex::dbus::exchange(r, kHandlerName, plan.calls, results, kCallCount);
+    // Each answer as its primitive would return it (null without a reply), with its log lines.
+    const char *answers[kCallCount];
+    for (std::size_t i = 0; i < kCallCount; ++i) {
+        answers[i] = korvex::dbus::text_outcome(r, plan.primitives[i], plan.calls[i], results[i]);
+    }
 
     json_t *object = json_object();
     if (object == nullptr) {
@@ -197,8 +212,8 @@ int jsonGetUpdate(request_rec *r, char * /*value*/) {
     }
     std::size_t n = 0;
     for (const Row &row : kRows) {
-        const char *value = calls[n++].result;
-        const char *second = has_second_call(row) ? calls[n++].result : nullptr;
+        const char *value = answers[n++];
+        const char *second = has_second_call(row) ? answers[n++] : nullptr;
         add_member(r, object, row, value, second);
     }
 

@@ -115,6 +115,14 @@ TEST_F(AppBackupTest, BackupKorvexDataIssuesFifteenCallsInOrderAndPrintsNothing)
     EXPECT_EQ(calls(), backup_calls());
 }
 
+// Copying a partition can outlast the line's 3 s: the daemon runs the rest once it is done.
+TEST_F(AppBackupTest, BackupKorvexDataSendsEveryCallWhenACopyOutlastsItsTimeOut) {
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":"com.KorvexLabs.platform.admin",)"
+                   R"("member":"doSystem","mode":"busy","delay_ms":4000,"times":1})");
+    EXPECT_EQ(run("backupKorvexData=1"), "backupKorvexData done");
+    EXPECT_EQ(calls(15), backup_calls());
+}
+
 TEST_F(AppBackupTest, BackupKorvexDataGoesOnWhenEveryStepFails) {
     sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":"com.KorvexLabs.platform.admin",)"
                    R"("member":"doSystem","mode":"error"})");

@@ -1,6 +1,7 @@
-// A daemon that stopped answering costs one time-out, not one per call: afterwards calls to
-// it fail at once (same answer, same log line) while every other daemon answers as usual,
-// and the first answer it gives again ends that for every child of the server.
+// A daemon that stopped answering costs one time-out, not one per call: afterwards reads from
+// it fail at once (same answer, same log line) while writes are still sent and every other
+// daemon answers as usual, and the first answer it gives again ends that for every child of
+// the server.
 #include <algorithm>
 #include <cstdio>
 #include <atomic>
@@ -22,10 +23,15 @@ using Clock = std::chrono::steady_clock;
 
 const std::string kSdk = "com.korvex-labs.www.sdk";
 const std::string kSdkEasy = kSdk + " com.KorvexLabs.easy.command name";
+const std::string kSdkVersion = kSdk + " com.KorvexLabs.firmware version(s:korvex-sdk)";
+const std::string kSdkDate = kSdk + " com.KorvexLabs.firmware date(s:korvex-sdk)";
 const std::string kSilentSdk = R"({"destination":"com.korvex-labs.www.sdk","mode":"silent"})";
-const std::string kEasyNoReply =
-    "apache_dbus_string_message:L apache: No reply, str: x, dest: com.korvex-labs.www.sdk, "
-    "ifac: com.KorvexLabs.easy.command, command: name";
+// What a version query gives without an answer.
+const std::string kNoVersion = "(null)<br>(null)<br>getswversion done";
+std::string firmware_no_reply(const std::string &member) {
+    return "[korvex:error] [pid N] apache_dbus_string_message:L apache: No reply, str: korvex-sdk, "
+           "dest: com.korvex-labs.www.sdk, ifac: com.KorvexLabs.firmware, command: " + member;
+}
 constexpr long kStringTimeoutMs = 5000;
 
 long ms_since(Clock::time_point start) {
@@ -72,27 +78,45 @@ protected:
     void other_daemons_keep_their_latency();
 };
 
-TEST_F(SilentDaemonTest, FirstCallTakesItsTimeOutAndTheNextOnesFailAtOnceWithTheSameBytes) {
+TEST_F(SilentDaemonTest, FirstReadTakesItsTimeOutAndTheNextOnesFailAtOnceWithTheSameBytes) {
     sim().set_rule(kSilentSdk);
     const size_t since = env().error_log_size();
 
-    EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+    // The version query waits out its 5 s; the date query right after it fails at once.
+    EXPECT_EQ(run("getswversion="), kNoVersion);
     EXPECT_GE(elapsed_ms(), kStringTimeoutMs - 200);
+    EXPECT_LT(elapsed_ms(), kStringTimeoutMs + 1000);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+        EXPECT_EQ(run("getswversion="), kNoVersion);
         EXPECT_LT(elapsed_ms(), 500) << "call " << i << " waited for the silent daemon again";
     }
-    EXPECT_EQ(calls(), Calls{kSdkEasy + "(s:x)"}) << "only the first call reached the daemon";
+    EXPECT_EQ(calls(), Calls{kSdkVersion}) << "only the first read reached the daemon";
 
     const long silent_ms = wait_until_declared(since);
     EXPECT_GE(silent_ms, kStringTimeoutMs - 200);
     EXPECT_LT(silent_ms, kStringTimeoutMs + 1500);
     // The failures at once log what the time-out logged (the first one a second per child).
-    const std::vector<std::string> no_reply = messages(env().error_log_since(since), "No reply");
+    const std::vector<std::string> no_reply = module_log_lines(env().error_log_since(since), "No reply");
     ASSERT_GE(no_reply.size(), 2u);
-    for (const std::string &line : module_log_lines(env().error_log_since(since), "No reply")) {
-        EXPECT_EQ(line, "[korvex:error] [pid N] " + kEasyNoReply);
+    EXPECT_EQ(no_reply[0], firmware_no_reply("version"));
+    for (const std::string &line : no_reply) {
+        EXPECT_TRUE(line == firmware_no_reply("version") || line == firmware_no_reply("date")) << line;
     }
+}
+
+// Writes change the daemon's state: they are sent during the window (and answered as a
+// time-out is, at once), so the daemon runs them once it is free.
+TEST_F(SilentDaemonTest, WritesDuringTheWindowAreSentWithoutWaiting) {
+    sim().set_rule(kSilentSdk);
+    const size_t since = env().error_log_size();
+    EXPECT_EQ(run("getswversion="), kNoVersion);
+    wait_until_declared(since);
+    sim().clear_records();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+        EXPECT_LT(elapsed_ms(), 500);
+    }
+    EXPECT_EQ(calls(3), (Calls{kSdkEasy + "(s:x)", kSdkEasy + "(s:x)", kSdkEasy + "(s:x)"}));
 }
 
 TEST_F(SilentDaemonTest, SnapshotDuringTheWindowAnswersAtOnceWithoutTheSilentDaemonsItems) {
@@ -108,18 +132,18 @@ TEST_F(SilentDaemonTest, SnapshotDuringTheWindowAnswersAtOnceWithoutTheSilentDae
 }
 
 TEST_F(SilentDaemonTest, WindowEndsForEveryChildOnceTheDaemonAnswersAgain) {
-    const std::string healthy = run("easycmd=x");
+    const std::string healthy = run("getswversion=");
     sim().set_rule(kSilentSdk);
     const size_t before_silence = env().error_log_size();
-    EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+    EXPECT_EQ(run("getswversion="), kNoVersion);
     wait_until_declared(before_silence);
 
     sim().reset();  // the daemon answers again
-    EXPECT_EQ(run("easycmd=x"), "easycmd failed") << "still inside the first window";
+    EXPECT_EQ(run("getswversion="), kNoVersion) << "still inside the first window";
     EXPECT_LT(elapsed_ms(), 500);
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     const size_t since = env().error_log_size();
-    EXPECT_EQ(run("easycmd=x"), healthy) << "the probe";
+    EXPECT_EQ(run("getswversion="), healthy) << "the probe";
     EXPECT_LT(elapsed_ms(), 1000);
     const std::vector<std::string> recovered = messages(env().error_log_since(since), "answers again");
     ASSERT_EQ(recovered.size(), 1u);
@@ -131,14 +155,14 @@ TEST_F(SilentDaemonTest, WindowEndsForEveryChildOnceTheDaemonAnswersAgain) {
     std::vector<std::future<HttpResponse>> answers;
     for (int i = 0; i < 8; ++i) {
         answers.push_back(
-            std::async(std::launch::async, [] { return get(port(), "/network.cgi?easycmd=x", 10000); }));
+            std::async(std::launch::async, [] { return get(port(), "/network.cgi?getswversion=", 10000); }));
     }
     for (auto &answer : answers) {
         const HttpResponse response = answer.get();
         EXPECT_EQ(response.status, 200);
         EXPECT_EQ(response.body, healthy);
     }
-    EXPECT_EQ(calls(9).size(), 9u);
+    EXPECT_EQ(calls(18).size(), 18u) << "the probe's two reads and the eight requests' two each";
 }
 
 TEST_F(SilentDaemonTest, DaemonAnsweringJustWithinItsTimeOutNeverTrips) {
@@ -156,21 +180,22 @@ TEST_F(SilentDaemonTest, DaemonAnsweringJustWithinItsTimeOutNeverTrips) {
 }
 
 TEST_F(SilentDaemonTest, ErrorRepliesAndAnAbsentDaemonNeverMakeItSilent) {
+    const std::string healthy = run("getswversion=");
+    sim().clear_records();
     sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"error"})");
     const size_t since = env().error_log_size();
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(run("easycmd=x"), "easycmd failed");
-    EXPECT_EQ(calls(), (Calls{kSdkEasy + "(s:x)", kSdkEasy + "(s:x)", kSdkEasy + "(s:x)"}));
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(run("getswversion="), kNoVersion);
+    EXPECT_EQ(calls(), (Calls{kSdkVersion, kSdkDate, kSdkVersion, kSdkDate, kSdkVersion, kSdkDate}));
 
     sim().reset();
     sim().set_absent(kSdk, true);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(run("easycmd=x"), "easycmd failed");
+        EXPECT_EQ(run("getswversion="), kNoVersion);
         EXPECT_LT(elapsed_ms(), 500);
     }
     sim().set_absent(kSdk, false);
-    const std::string answered = run("easycmd=x");
-    EXPECT_EQ(answered, "ok<br>easycmd done");
-    EXPECT_EQ(calls(), Calls{kSdkEasy + "(s:x)"});
+    EXPECT_EQ(run("getswversion="), healthy);
+    EXPECT_EQ(calls(), (Calls{kSdkVersion, kSdkDate}));
     EXPECT_EQ(env().count_log_lines("stopped answering", since), 0u);
 }
 
@@ -208,6 +233,8 @@ void SilentDaemonTest::other_daemons_keep_their_latency() {
     }
     sim.set_rule(kSilentSdk);
     const size_t since = gateway.error_log_size();
+    // A read makes the daemon silent; the relayed commands are writes, sent all the same.
+    auto tripping_read = std::async(std::launch::async, [port] { return get(port, "/network.cgi?getswversion=", 20000); });
 
     std::atomic<bool> stop{false};
     std::atomic<long> declared_at{-1};
@@ -229,6 +256,7 @@ void SilentDaemonTest::other_daemons_keep_their_latency() {
     }
     wait_until_declared(since);
     declared_at = ms_since(load_start);
+    EXPECT_EQ(tripping_read.get().body, kNoVersion);
 
     std::vector<long> getter;
     for (int i = 0; i < 40; ++i) {

@@ -64,7 +64,7 @@ std::vector<Policy> parse_policies(std::string text) {
 
 std::set<Pair> catalog_pairs() {
     std::set<Pair> pairs;
-    for (const DbusCallSpec *call : korvex::peer::kAllCalls) pairs.emplace(call->dest, call->ifac);
+    for (const korvex::peer::PeerCall &call : korvex::peer::kAllCalls) pairs.emplace(call.spec->dest, call.spec->ifac);
     return pairs;
 }
 

@@ -1,4 +1,4 @@
-#include "dbus/oom_row.h"
+#include "commands/oom_row.h"
 
 #include <gtest/gtest.h>
 

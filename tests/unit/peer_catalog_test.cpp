@@ -87,7 +87,8 @@ const std::set<Row> kExpected = {
 
 TEST(PeerCatalog, TheRowsAreExactlyTheGatewaysCatalog) {
     std::set<Row> rows;
-    for (const DbusCallSpec *spec : korvex::peer::kAllCalls) {
+    for (const korvex::peer::PeerCall &call : korvex::peer::kAllCalls) {
+        const DbusCallSpec *spec = call.spec;
         EXPECT_TRUE(rows.insert(Row{spec->dest, spec->ifac, spec->cmd, spec->timeout}).second)
             << "twice: " << spec->ifac << " " << spec->cmd << " " << spec->timeout;
     }
@@ -132,6 +133,60 @@ TEST(PeerCatalog, EveryRowHasACaller) {
         EXPECT_TRUE(std::regex_search(code, std::regex("\\b" + name + "\\b"))) << name << " has no caller";
     }
     EXPECT_EQ(rows, static_cast<int>(std::size(korvex::peer::kAllCalls)));
+}
+
+}  // namespace
+
+namespace {
+
+using korvex::peer::Effect;
+using Member = std::pair<std::string, std::string>;
+
+// The members that only ask: everything else changes the gateway and is always sent.
+const std::set<Member> kReads = {
+    {"com.KorvexLabs.platform.nvram", "get"},         {"com.KorvexLabs.platform.nvram", "getList"},
+    {"com.KorvexLabs.platform.admin", "getModel"},    {"com.KorvexLabs.platform.net", "getMac"},
+    {"com.KorvexLabs.platform.net", "getip"},         {"com.KorvexLabs.platform.net", "getnetmask"},
+    {"com.KorvexLabs.platform.net", "getgateway"},    {"com.KorvexLabs.platform.net", "getdns"},
+    {"com.KorvexLabs.platform.wifi.mode", "getmd5"},  {"com.KorvexLabs.platform.wifi.STA", "command"},
+    {"com.KorvexLabs.platform.wifi.ssid", "refresh"}, {"com.KorvexLabs.firmware", "version"},
+    {"com.KorvexLabs.firmware", "date"},              {"com.KorvexLabs.memory", "getAllocated"},
+    {"com.KorvexLabs.app", "jsongettitles"},          {"com.KorvexLabs.app", "jsongetgroup"},
+    {"com.KorvexLabs.app", "jsongetall"},             {"com.KorvexLabs.app", "jsongeteventbyseq"},
+    {"com.KorvexLabs.app", "jsongetmacroeventbyseq"}, {"com.KorvexLabs.app", "getDat"},
+    {"com.KorvexLabs.debug", "memory_debug"},         {"com.KorvexLabs.watchdog.oom", "getList"},
+    {"com.KorvexLabs.watchdog", "getfwver"},          {"com.KorvexLabs.checkupdate", "getupdatestatus"},
+    {"com.KorvexLabs.update", "getupdatestatus"},
+};
+
+TEST(PeerCatalog, OnlyTheMembersThatAskAreReads) {
+    std::set<Member> reads;
+    for (const korvex::peer::PeerCall &call : korvex::peer::kAllCalls) {
+        if (call.effect == Effect::kRead) reads.emplace(call.spec->ifac, call.spec->cmd);
+        EXPECT_EQ(korvex::peer::effect_of(call.spec->ifac, call.spec->cmd), call.effect)
+            << call.spec->ifac << " " << call.spec->cmd;
+    }
+    EXPECT_EQ(reads, kReads);
+}
+
+TEST(PeerCatalog, TheSameMemberHasOneEffectWhateverItsTimeOut) {
+    for (const korvex::peer::PeerCall &a : korvex::peer::kAllCalls) {
+        for (const korvex::peer::PeerCall &b : korvex::peer::kAllCalls) {
+            if (std::string(a.spec->ifac) == b.spec->ifac && std::string(a.spec->cmd) == b.spec->cmd) {
+                EXPECT_EQ(a.effect, b.effect) << a.spec->ifac << " " << a.spec->cmd;
+            }
+        }
+    }
+}
+
+TEST(PeerCatalog, UnknownMembersCountAsWrites) {
+    EXPECT_EQ(korvex::peer::effect_of("com.KorvexLabs.app", "somethingNew"), Effect::kWrite);
+    EXPECT_EQ(korvex::peer::effect_of(nullptr, "get"), Effect::kWrite);
+    EXPECT_EQ(korvex::peer::effect_of("com.KorvexLabs.platform.nvram", nullptr), Effect::kWrite);
+    // A copy of a table text is found by its characters, not its address.
+    const std::string ifac = "com.KorvexLabs.platform.nvram";
+    const std::string member = "get";
+    EXPECT_EQ(korvex::peer::effect_of(ifac.c_str(), member.c_str()), Effect::kRead);
 }
 
 }  // namespace

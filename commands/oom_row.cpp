@@ -1,4 +1,4 @@
-#include "dbus/oom_row.h"
+#include "commands/oom_row.h"
 
 #include "base/absent_text.h"
 

@@ -1,0 +1,124 @@
+// A daemon that hung is usually killed and restarted by the watchdog: the new process owns
+// the bus name at once, and the very next request reaches it instead of failing fast for the
+// rest of the old one's silent window. A daemon that merely resumes, or whose name is gone,
+// is treated as before.
+#include <chrono>
+#include <future>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/call_texts.h"
+#include "tests/support/command_test.h"
+#include "tests/support/http_client.h"
+#include "tests/support/log_lines.h"
+
+namespace korvex::test {
+namespace {
+
+const std::string kSdk = "com.korvex-labs.www.sdk";
+const std::string kSilentSdk = R"({"destination":"com.korvex-labs.www.sdk","mode":"silent"})";
+
+class DaemonRestartTest : public CommandTest {
+  protected:
+    // Makes the SDK daemon silent and waits until the server says so; the failed answer.
+    std::string make_sdk_silent() {
+        sim().set_rule(kSilentSdk);
+        const size_t since = env().error_log_size();
+        const std::string failed = run("getswversion=");
+        EXPECT_GE(elapsed_ms(), 4800);
+        EXPECT_TRUE(env().wait_for_log("stopped answering", std::chrono::seconds(10), since));
+        return failed;
+    }
+
+    // The platform's settings store stops answering its 1 s reads, and two unanswered probes
+    // grow its window to 4 s: room enough to restart the simulated daemons inside it.
+    std::string make_platform_silent_for_four_seconds() {
+        nvram_rule("get", R"("mode":"silent")");
+        const size_t since = env().error_log_size();
+        const std::string failed = run("getdoscenemode=");
+        for (int probe = 0; probe < 2; ++probe) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(probe == 0 ? 1100 : 2100));
+            EXPECT_EQ(run("getdoscenemode="), failed);
+            EXPECT_GE(elapsed_ms(), 900) << "probe " << probe;
+        }
+        EXPECT_TRUE(env().wait_for_log("fail at once for 4000 ms more", std::chrono::seconds(5), since));
+        return failed;
+    }
+
+    void restarted_daemon_is_reached_by_the_next_request() {
+        const std::string healthy = run("getdoscenemode=");
+        const std::string failed = make_platform_silent_for_four_seconds();
+        ASSERT_NE(failed, healthy);
+        EXPECT_EQ(run("getdoscenemode="), failed) << "inside the window";
+        EXPECT_LT(elapsed_ms(), 500);
+
+        const size_t since = env().error_log_size();
+        env().sim_stop();
+        env().sim_start();
+        EXPECT_EQ(run("getdoscenemode="), healthy);
+        EXPECT_LT(elapsed_ms(), 500);
+        EXPECT_EQ(calls(), Calls{get_call("doscenemode")});
+        const std::vector<std::string> lines = module_log_lines(env().error_log_since(since), "new owner");
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_TRUE(std::regex_match(lines[0], std::regex(R"(^\[korvex:notice\] \[pid N\] [a-z_]+:L apache: )"
+                                                          R"(com\.korvex-labs\.www\.platform has a new owner after )"
+                                                          R"([0-9]+ ms of silence: calls go to it again$)")))
+            << lines[0];
+
+        // The window is over for every child, not just the one that asked the bus.
+        std::vector<std::future<HttpResponse>> answers;
+        for (int i = 0; i < 6; ++i)
+            answers.push_back(std::async(std::launch::async, [] { return get(port(), "/network.cgi?getdoscenemode="); }));
+        for (auto &answer : answers) {
+            const HttpResponse response = answer.get();
+            EXPECT_EQ(response.status, 200);
+            EXPECT_EQ(response.body, healthy);
+        }
+    }
+};
+
+TEST_F(DaemonRestartTest, RestartedDaemonIsReachedByTheNextRequestUnderPrefork) {
+    restarted_daemon_is_reached_by_the_next_request();
+}
+
+// Same owner: the daemon only resumed, so the window runs its course and a probe ends it.
+TEST_F(DaemonRestartTest, ResumedDaemonStillWaitsForItsProbe) {
+    const std::string healthy = run("getswversion=");
+    const std::string failed = make_sdk_silent();
+    sim().reset();
+    EXPECT_EQ(run("getswversion="), failed) << "still inside the window";
+    EXPECT_LT(elapsed_ms(), 500);
+    EXPECT_EQ(calls(), Calls{});
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    EXPECT_EQ(run("getswversion="), healthy) << "the probe";
+    EXPECT_EQ(calls().size(), 2u);
+}
+
+TEST_F(DaemonRestartTest, NameWithoutOwnerDuringTheWindowStillFailsAtOnce) {
+    const std::string failed = make_sdk_silent();
+    sim().reset();
+    sim().set_absent(kSdk, true);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(run("getswversion="), failed);
+        EXPECT_LT(elapsed_ms(), 500);
+    }
+    EXPECT_EQ(calls(), Calls{});
+}
+
+class DaemonRestartEventTest : public DaemonRestartTest {
+  protected:
+    static void SetUpTestSuite() {
+        GatewayEnv::Options options;
+        options.mpm = "event";
+        use_env(options);
+    }
+};
+
+TEST_F(DaemonRestartEventTest, RestartedDaemonIsReachedByTheNextRequestUnderEvent) {
+    restarted_daemon_is_reached_by_the_next_request();
+}
+
+}  // namespace
+}  // namespace korvex::test

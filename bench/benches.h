@@ -14,6 +14,8 @@ void run_overhead_bench(const test::GatewayEnv &env, test::SimClient &sim);
 // Resident memory of the serving child over a long series of requests, then over
 // requests whose replies all arrive after their time-out.
 void run_memory_bench(const test::GatewayEnv &env, test::SimClient &sim);
+// One bus call in the server against a raw libdbus call, and its system calls.
+void run_bus_cost_bench(const test::GatewayEnv &env, test::SimClient &sim);
 // 32 clients, half of them calling a daemon that goes silent and answers again later.
 void run_silent_daemon_bench(const test::GatewayEnv &env, test::SimClient &sim);
 // Error-log bytes per request at three log levels, each on a gateway of its own.

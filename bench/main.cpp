@@ -26,6 +26,8 @@ int main() {
         std::fflush(stdout);
         korvex::bench::run_overhead_bench(*env, sim);
         std::fflush(stdout);
+        korvex::bench::run_bus_cost_bench(*env, sim);
+        std::fflush(stdout);
         korvex::bench::run_memory_bench(*env, sim);
         std::fflush(stdout);
         korvex::bench::run_silent_daemon_bench(*env, sim);

@@ -1,6 +1,9 @@
 // The system bus goes away under a running server: calls fail at once without ending the
 // child, and once the bus daemon is back the next request works without an Apache restart.
+#include <signal.h>
+
 #include <chrono>
+#include <cstdlib>
 #include <future>
 #include <memory>
 #include <set>
@@ -128,6 +131,37 @@ TEST_F(BusRestartTest, BusGoingAwayDuringACallFailsItAsNoReply) {
     SimClient back(env().bus_address());
     back.reset();
     EXPECT_EQ(run_parallel(back, 2).size(), 2u);
+    expect_children_unharmed();
+}
+
+// A bus daemon that stops reading (stopped here; a full socket buffer looks the same to the
+// module) costs the status snapshot its deadline and no more, and is served again as soon
+// as it goes on.
+TEST_F(BusRestartTest, StoppedBusCostsTheSnapshotItsDeadlineAndNoMore) {
+    SimClient sim(env().bus_address());
+    sim.reset();
+    const std::string healthy = get(port(), "/network.cgi?jsongetupdate=").body;
+    const pid_t bus = static_cast<pid_t>(std::atol(env().env_value("BUS_PID").c_str()));
+    ASSERT_GT(bus, 0);
+    ASSERT_EQ(kill(bus, SIGSTOP), 0);
+    const auto started = std::chrono::steady_clock::now();
+    const HttpResponse stopped = get(port(), "/network.cgi?jsongetupdate=", 20000);
+    const auto elapsed = std::chrono::steady_clock::now() - started;
+    ASSERT_EQ(kill(bus, SIGCONT), 0);
+
+    EXPECT_EQ(stopped.status, 200);
+    EXPECT_NE(stopped.body, healthy);
+    EXPECT_GE(elapsed, std::chrono::milliseconds(4800));
+    EXPECT_LT(elapsed, std::chrono::milliseconds(7000)) << "the snapshot's 5 s deadline bounds it";
+    EXPECT_EQ(get(port(), "/network.cgi?test=1").body, kTestOne);
+    // The reads that ran out their time-out made the daemons look silent; once their window
+    // and a probe are through, the snapshot is whole again.
+    std::string again;
+    for (int i = 0; i < 50 && again != healthy; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        again = get(port(), "/network.cgi?jsongetupdate=").body;
+    }
+    EXPECT_EQ(again, healthy);
     expect_children_unharmed();
 }
 

@@ -8,10 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/bus/fake_server.h"
 #include "tests/bus/primitive_rows.h"
-#include "tests/support/bus_env.h"
-#include "tests/support/sim_client.h"
+#include "tests/bus/simulator_bus.h"
 
 namespace korvex::test {
 namespace {
@@ -28,36 +26,15 @@ std::vector<std::string> no_reply_records(const std::string &log, const std::str
     return found;
 }
 
-class PrimitiveRowTest : public ::testing::TestWithParam<PrimitiveRow> {
+class PrimitiveRowTest : public WithSimulatorBus<::testing::TestWithParam<PrimitiveRow>> {
 protected:
-    static void SetUpTestSuite() {
-        setenv("KORVEX_LOG_LEVEL", "2", 1);
-        apr_initialize();
-        bus_ = new BusEnv();
-        sim_ = new SimClient(bus_->address());
-        server_ = new FakeServer();
-    }
-    static void TearDownTestSuite() {
-        delete server_;
-        delete sim_;
-        delete bus_;
-        apr_terminate();
-    }
     void SetUp() override { sim_->reset(); }
 
     void rule(const std::string &mode) {
         sim_->set_rule(std::string(R"({"destination":")") + GetParam().destination + R"(","member":")" +
                        GetParam().member + R"(","mode":")" + mode + R"("})");
     }
-
-    static BusEnv *bus_;
-    static SimClient *sim_;
-    static FakeServer *server_;
 };
-
-BusEnv *PrimitiveRowTest::bus_ = nullptr;
-SimClient *PrimitiveRowTest::sim_ = nullptr;
-FakeServer *PrimitiveRowTest::server_ = nullptr;
 
 TEST_P(PrimitiveRowTest, WithoutReplyGivesItsFailureValueAndRecord) {
     rule("error");

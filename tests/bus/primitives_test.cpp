@@ -13,6 +13,7 @@
 #include "dbus/primitives.h"
 #include "dbus/signals.h"
 #include "tests/bus/fake_server.h"
+#include "tests/bus/simulator_bus.h"
 #include "tests/support/bus_env.h"
 #include "tests/support/sim_client.h"
 
@@ -25,21 +26,8 @@ using korvex::test::SimRecord;
 using korvex::test::StderrCapture;
 namespace peer = korvex::peer;
 
-class Primitives : public ::testing::Test {
+class Primitives : public korvex::test::WithSimulatorBus<> {
 protected:
-    static void SetUpTestSuite() {
-        setenv("KORVEX_LOG_LEVEL", "2", 1);
-        apr_initialize();
-        bus_ = new BusEnv();
-        sim_ = new SimClient(bus_->address());
-        server_ = new FakeServer();
-    }
-    static void TearDownTestSuite() {
-        delete server_;
-        delete sim_;
-        delete bus_;
-        apr_terminate();
-    }
     void SetUp() override {
         sim_->reset();
         r_ = server_->new_request();
@@ -49,15 +37,8 @@ protected:
         return std::string(peer::kObjectPathPrefix) + "/" + std::to_string(static_cast<int>(gettid()));
     }
 
-    static BusEnv *bus_;
-    static SimClient *sim_;
-    static FakeServer *server_;
     request_rec *r_ = nullptr;
 };
-
-BusEnv *Primitives::bus_ = nullptr;
-SimClient *Primitives::sim_ = nullptr;
-FakeServer *Primitives::server_ = nullptr;
 
 using Args = std::vector<std::string>;
 

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/mpm_fixture.h"
 #include "tests/support/call_texts.h"
 #include "tests/support/command_test.h"
 #include "tests/support/http_client.h"
@@ -107,14 +108,7 @@ TEST_F(DaemonRestartTest, NameWithoutOwnerDuringTheWindowStillFailsAtOnce) {
     EXPECT_EQ(calls(), Calls{});
 }
 
-class DaemonRestartEventTest : public DaemonRestartTest {
-  protected:
-    static void SetUpTestSuite() {
-        GatewayEnv::Options options;
-        options.mpm = "event";
-        use_env(options);
-    }
-};
+using DaemonRestartEventTest = OnMpm<DaemonRestartTest, kEventMpm>;
 
 TEST_F(DaemonRestartEventTest, RestartedDaemonIsReachedByTheNextRequestUnderEvent) {
     restarted_daemon_is_reached_by_the_next_request();

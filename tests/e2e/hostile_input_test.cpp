@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/mpm_fixture.h"
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
 #include "tests/support/process_runner.h"
@@ -549,15 +550,7 @@ TEST_F(HostileInputTest, BrokenMultipartUploads) {
 
 // ---- several clients at once on a threaded server ---------------------------------------
 
-class HostileInputWorkerTest : public HostileInputTest {
-protected:
-    static void SetUpTestSuite() {
-        GatewayEnv::Options options;
-        options.mpm = "worker";
-        options.log_level = KORVEX_LOG_CHILD;
-        use_env(options);
-    }
-};
+using HostileInputWorkerTest = OnMpm<HostileInputTest, kWorkerMpm, KORVEX_LOG_CHILD>;
 
 TEST_F(HostileInputWorkerTest, ConcurrentRandomRequests) {
     // Serving threads open their bus connections while others look up the module's record.

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/mpm_fixture.h"
 #include "tests/support/access_log.h"
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
@@ -156,25 +157,9 @@ class PreforkTest : public MpmTest {
     static void SetUpTestSuite() { use_log_level(KORVEX_LOG_CHILD); }
 };
 
-class WorkerTest : public MpmTest {
-  protected:
-    static void SetUpTestSuite() {
-        GatewayEnv::Options options;
-        options.mpm = "worker";
-        options.log_level = KORVEX_LOG_CHILD;
-        use_env(options);
-    }
-};
+using WorkerTest = OnMpm<MpmTest, kWorkerMpm, KORVEX_LOG_CHILD>;
 
-class EventTest : public MpmTest {
-  protected:
-    static void SetUpTestSuite() {
-        GatewayEnv::Options options;
-        options.mpm = "event";
-        options.log_level = KORVEX_LOG_CHILD;
-        use_env(options);
-    }
-};
+using EventTest = OnMpm<MpmTest, kEventMpm, KORVEX_LOG_CHILD>;
 
 TEST_F(PreforkTest, CallComesFromTheServingChild) { single_request_calls_on_the_serving_thread(); }
 TEST_F(PreforkTest, ParallelRequestsAllSucceed) { parallel_requests_all_succeed(); }

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/mpm_fixture.h"
 #include "tests/support/command_test.h"
 #include "tests/support/http_client.h"
 #include "tests/support/log_lines.h"
@@ -286,14 +287,7 @@ TEST_F(SilentDaemonTest, OtherDaemonsKeepTheirLatencyUnderPrefork) {
     other_daemons_keep_their_latency();
 }
 
-class SilentDaemonEventTest : public SilentDaemonTest {
-protected:
-    static void SetUpTestSuite() {
-        GatewayEnv::Options options;
-        options.mpm = "event";
-        use_env(options);
-    }
-};
+using SilentDaemonEventTest = OnMpm<SilentDaemonTest, kEventMpm>;
 
 TEST_F(SilentDaemonEventTest, OtherDaemonsKeepTheirLatencyUnderEvent) {
     other_daemons_keep_their_latency();

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/mpm_fixture.h"
 #include "tests/support/command_test.h"
 #include "tests/support/http_client.h"
 
@@ -362,15 +363,7 @@ TEST_F(StatusSnapshotTest, WithoutBusOnlyTheCopiedItemsRemain) {
 
 // Under the event MPM every serving thread has a connection of its own; snapshots served
 // at the same time on different threads each collect exactly their own replies.
-class StatusSnapshotEventMpmTest : public StatusSnapshotTest {
-protected:
-    static void SetUpTestSuite() {
-        GatewayEnv::Options options;
-        options.mpm = "event";
-        options.log_level = KORVEX_LOG_REQUEST;
-        use_env(options);
-    }
-};
+using StatusSnapshotEventMpmTest = OnMpm<StatusSnapshotTest, kEventMpm, KORVEX_LOG_REQUEST>;
 
 TEST_F(StatusSnapshotEventMpmTest, ConcurrentSnapshotsEachGetTheFullAnswer) {
     sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","mode":"default","delay_ms":100})");

@@ -1,7 +1,6 @@
 list(APPEND KORVEX_LOGIC_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/upload_splitter.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/body_buffer.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/process_scan.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/body_buffer.cpp)
 list(APPEND KORVEX_MODULE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/mod_korvex.cpp
   ${CMAKE_CURRENT_LIST_DIR}/apache_log_sink.cpp

@@ -10,6 +10,7 @@ list(APPEND KORVEX_LOGIC_SOURCES
 list(APPEND KORVEX_MODULE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/command_shapes.cpp
   ${CMAKE_CURRENT_LIST_DIR}/diagnostics_commands.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/test_command.cpp
   ${CMAKE_CURRENT_LIST_DIR}/app/change_stamp.cpp
   ${CMAKE_CURRENT_LIST_DIR}/app/json_passthrough.cpp
   ${CMAKE_CURRENT_LIST_DIR}/app/app_flags.cpp

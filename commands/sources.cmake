@@ -23,6 +23,7 @@ list(APPEND KORVEX_MODULE_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/system/pppoe_settings.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/time_settings.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/firmware_commands.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/system/firmware_update.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/mac_commands.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/identity_commands.cpp
   ${CMAKE_CURRENT_LIST_DIR}/system/p2p_services.cpp

@@ -8,7 +8,7 @@
 #include "commands/oom_row.h"
 #include "dbus/peer_catalog.h"
 #include "base/log.h"
-#include "module/process_scan.h"
+#include "base/process_scan.h"
 #include "registry/handlers.h"
 
 namespace {

@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "registry/module_config.h"
 #include "module/apache_log_sink.h"
+#include "module/command_catalog.h"
 #include "module/request_handler.h"
 #include "registry/handlers.h"
 

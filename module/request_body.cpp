@@ -5,8 +5,9 @@
 #include <strings.h>
 
 #include "base/absent_text.h"
-#include "module/body_buffer.h"
 #include "base/log.h"
+#include "commands/system/firmware_update.h"
+#include "module/body_buffer.h"
 #include "module/upload_splitter.h"
 
 namespace {

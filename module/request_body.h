@@ -3,9 +3,6 @@
 
 #include "base/apache_shim.h"
 
-// Path the firmware upload is streamed to.
-inline constexpr char kFirmwareImagePath[] = "/tmp/uImage";
-
 // Why a body could not be had.
 enum class BodyStatus {
     kRead,       // the body is there
@@ -18,7 +15,7 @@ enum class BodyStatus {
 // limit is not read at all.
 char *get_postdata(request_rec *r, BodyStatus *status = nullptr);
 // Streams the one file part of a multipart upload into a file of its own next to
-// kFirmwareImagePath, and puts that file in the image's place only when the body ended
+// kFirmwareImagePath (commands/system/firmware_update.h), and puts that file in the image's place only when the body ended
 // with its closing boundary and every write succeeded. 0 when the image was replaced;
 // otherwise the HTTP status to answer (400 malformed or truncated, 413 over the server's
 // limit, 500 a write failure), the upload's file removed and an earlier image untouched.

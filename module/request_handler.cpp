@@ -4,24 +4,17 @@
 
 #include "base/guard.h"
 #include "base/log.h"
-#include "commands/command_shapes.h"
-#include "commands/system/updater_processes.h"
+#include "commands/system/firmware_update.h"
 #include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
-#include "dbus/signals.h"
-#include "korvex_utils.h"
 #include "module/fault_hooks.h"
 #include "module/request_arguments.h"
 #include "module/request_body.h"
 #include "registry/command_table.h"
-#include "registry/module_config.h"
 
 namespace {
 
 constexpr char kContentType[] = "text/html;charset=utf-8";
-constexpr char kUpdaterLine[] = "update -k %s -m %s -r 3 &";
-constexpr char kUpdateStatusPage[] = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
-constexpr int kMemoryPurgeLevel = 25;
 constexpr char kUploadRefused[] = "The firmware upload was incomplete or could not be stored; nothing was updated.";
 
 // The serve_* helpers are parts of korvex_handler: their log lines carry its name.
@@ -79,62 +72,20 @@ int serve_sdk(request_rec *r) {
     return korvex::http::kOk;
 }
 
-// Holds the process-wide lock on "/tmp/lockHttpd" while one upload is stored and its
-// updater started, so that two uploads never write the image at once. Without a lock (it
-// could not be created at start-up) uploads go ahead unguarded.
-class UploadLock {
-public:
-    explicit UploadLock(ModuleConfig *config) : mutex_(config != nullptr ? config->mutex : nullptr) {
-        if (mutex_ == nullptr) return;
-        const apr_status_t status = apr_global_mutex_trylock(mutex_);
-        held_ = status == APR_SUCCESS;
-        busy_ = APR_STATUS_IS_EBUSY(status);
-    }
-    ~UploadLock() {
-        if (held_) apr_global_mutex_unlock(mutex_);
-    }
-    UploadLock(const UploadLock &) = delete;
-    UploadLock &operator=(const UploadLock &) = delete;
-    // Another upload holds the lock.
-    bool busy() const { return busy_; }
-
-private:
-    apr_global_mutex_t *mutex_;
-    bool held_ = false;
-    bool busy_ = false;
-};
-
-int answer_updating(request_rec *r) {
-    HLOG(KORVEX_LOG_STATE, "fw is updating\n");
-    ap_rprintf(r, "updating");
-    return korvex::http::kOk;
-}
-
-// The updater starts only on an image that arrived whole; any other upload answers an
-// error status with a short text, and an earlier image stays as it was.
-int serve_update(request_rec *r) {
-    if (r->method_number != M_GET && r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
-    ModuleConfig *config = getKorvexData(r);
-    if (korvex::updater::update_running()) return answer_updating(r);
-    UploadLock lock(config);
-    if (lock.busy()) return answer_updating(r);
-    HLOG(KORVEX_LOG_STATE, "purging ...\n");
-    sys_mem_purge(kMemoryPurgeLevel);
-    apr_sleep(apr_time_from_sec(1));
-    const char *model = korvex::shape::gateway_model(r);
-    const DbusCallSpec *updater = &korvex::peer::kDoSystem3s;
-    dbus_signal_update_alive(r, 1);
+// Stores the upload of "update.cgi"; a refused one answers its error status with a short
+// text, and an earlier image stays as it was.
+int receive_image(request_rec *r) {
     const int refused = save_uImage(r);
     if (refused != 0) {
         HLOG(KORVEX_LOG_ERROR, "upload refused (%d), the updater is not started\n", refused);
         if (refused != AP_FILTER_ERROR) ap_custom_response(r, refused, kUploadRefused);
-        return refused;
     }
-    ap_rprintf(r, "%s", "");
-    korvex::shape::run_shell(r, *updater, kUpdaterLine, {kFirmwareImagePath, model});
-    ap_set_content_type(r, kContentType);
-    ap_rprintf(r, "%s", kUpdateStatusPage);
-    return korvex::http::kOk;
+    return refused;
+}
+
+int serve_update(request_rec *r) {
+    if (r->method_number != M_GET && r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
+    return korvex::firmware::update_from_upload(r, receive_image);
 }
 
 int serve_network(request_rec *r) {

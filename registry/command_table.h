@@ -35,14 +35,9 @@ struct CatalogEntry {
     ApiHandler handler;
 };
 
-// Builds the table from the command catalog in the given (process) pool.
-HashBucket *hash_init(apr_pool_t *pool);
 // Builds a table of korvex::registry::kBucketCount buckets holding `entries` in the given
 // order, so that items sharing a bucket lie in their ring in that order.
 HashBucket *hash_build(apr_pool_t *pool, const CatalogEntry *entries, int count);
-// Points every item's handler at this load of the module (after the server reloads the
-// module between configuration passes, the code may live at another address).
-void hash_rebind_handlers(HashBucket *table);
 
 HashItem *findItem(HashBucket *table, const char *name);
 // The same lookup without trace lines.
@@ -53,8 +48,7 @@ void checkTable(HashBucket *table);
 
 namespace korvex::registry {
 
-// Number of commands in the catalog and the fixed bucket count of the table.
-int catalog_size();
+// The fixed bucket count of the table.
 inline constexpr int kBucketCount = 305;
 
 }  // namespace korvex::registry

@@ -2,7 +2,7 @@
 // name exists; the module keeps no update state of its own.
 #pragma once
 
-#include "module/process_scan.h"
+#include "base/process_scan.h"
 
 namespace korvex::updater {
 

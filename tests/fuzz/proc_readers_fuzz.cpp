@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "module/process_scan.h"
+#include "base/process_scan.h"
 #include "tests/fuzz/fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

@@ -1,4 +1,4 @@
-#include "module/process_scan.h"
+#include "base/process_scan.h"
 
 #include <dirent.h>
 

@@ -1,6 +1,7 @@
 // The command catalog and the table built from it once per process.
+#include "module/command_catalog.h"
+
 #include "base/log.h"
-#include "registry/command_table.h"
 #include "registry/handlers.h"
 
 namespace {
@@ -16,10 +17,6 @@ static_assert(korvex::registry::kBucketCount == 2 * 152 + 1, "the table is sized
 static_assert(kCatalogSize <= 152, "the catalog holds at most 152 commands");
 
 }  // namespace
-
-namespace korvex::registry {
-int catalog_size() { return kCatalogSize; }
-}  // namespace korvex::registry
 
 HashBucket *hash_init(apr_pool_t *pool) {
     KLOG(KORVEX_LOG_TRACE, "enter %s\n", __func__);

@@ -1,5 +1,5 @@
-# The bus client needs no running server (only APR and libdbus), so bus-level tests link it.
-list(APPEND KORVEX_LOGIC_SOURCES
+# The bus client. It needs no running server (only APR and libdbus), so bus-level tests link it.
+korvex_layer_library(korvex_dbus
   ${CMAKE_CURRENT_LIST_DIR}/connection.cpp
   ${CMAKE_CURRENT_LIST_DIR}/exchange.cpp
   ${CMAKE_CURRENT_LIST_DIR}/no_reply_log.cpp
@@ -9,3 +9,4 @@ list(APPEND KORVEX_LOGIC_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/list_queries.cpp
   ${CMAKE_CURRENT_LIST_DIR}/silence_state.cpp
   ${CMAKE_CURRENT_LIST_DIR}/silent_peers.cpp)
+target_link_libraries(korvex_dbus PUBLIC korvex_base PkgConfig::DBUS)

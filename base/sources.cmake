@@ -1,4 +1,0 @@
-# Foundations every other folder builds on: the Apache/APR shim, logging, the exception
-# guard, the process-wide lock and the intrusive ring.
-list(APPEND KORVEX_LOGIC_SOURCES
-  ${CMAKE_CURRENT_LIST_DIR}/process_lock.cpp)

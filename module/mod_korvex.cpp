@@ -9,6 +9,7 @@
 #include "registry/module_config.h"
 #include "module/apache_log_sink.h"
 #include "module/command_catalog.h"
+#include "module/cross_site_config.h"
 #include "module/request_handler.h"
 #include "registry/handlers.h"
 
@@ -49,6 +50,7 @@ int shm_counter_post_config(apr_pool_t *pconf, apr_pool_t *, apr_pool_t *, serve
         // Which daemons stopped answering, shared by every child and thread; made anew for
         // each generation of children.
         korvex::dbus::silent_peers::create(pconf);
+        korvex::cross_site::prepare(pconf, s);
         KLOG_AS(KORVEX_LOG_TRACE, kFunc, "leave %s\n", kFunc);
         return korvex::http::kOk;
     });
@@ -90,12 +92,12 @@ KORVEX_EXPORT module AP_MODULE_DECLARE_DATA korvex_module = {
     nullptr,
     nullptr,
     MODULE_MAGIC_COOKIE,
-    nullptr,
+    nullptr,  // rewrite_args
     nullptr,  // no per-directory configuration
     nullptr,
-    nullptr,  // no per-server configuration
-    nullptr,
-    nullptr,  // no directives
+    korvex::cross_site::create_server_config,
+    korvex::cross_site::merge_server_config,
+    korvex::cross_site::kDirectives,
     register_hooks,
     0,
 };

@@ -7,6 +7,7 @@
 #include "commands/system/firmware_update.h"
 #include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
+#include "module/cross_site_config.h"
 #include "module/fault_hooks.h"
 #include "module/request_arguments.h"
 #include "module/request_body.h"
@@ -147,6 +148,8 @@ int korvex_handler(request_rec *r) {
     for (const Resource &resource : kResources) {
         if (std::strcmp(r->handler, resource.handler_name) == 0) {
             forbid_active_content(r);
+            // Before any argument is read, any body consumed or any call made.
+            if (const int refused = korvex::cross_site::refusal(r)) return refused;
             return korvex::guarded(resource.handler_name, korvex::http::kInternalServerError, [r, &resource] {
                 korvex::fault::before_serve(r);
                 const int status = resource.serve(r);

@@ -515,7 +515,7 @@ TEST_F(HostileInputTest, OtherMethods) {
         }
     }
     exchange("HTTP/0.9", "GET /network.cgi?json=%FF\r\n", Shape::kAny, {400}, true, 3000);
-    exchange("bad version", "GET /network.cgi?json=1 HTTP/9.9\r\nHost: x\r\n\r\n", Shape::kAny, {200, 400, 505},
+    exchange("bad version", "GET /network.cgi?json=1 HTTP/9.9\r\nHost: 127.0.0.1\r\n\r\n", Shape::kAny, {200, 400, 505},
              true, 3000);
 }
 

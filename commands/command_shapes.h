@@ -59,18 +59,65 @@ enum class Notify {
 // Whether a command's value may be stored at all.
 using ValueCheck = bool (*)(const char *value);
 
-// One row per storing command: set key := value, maybe commit, maybe tell a daemon.
+// One row per storing command: set key := value, maybe commit, maybe tell a daemon. A row
+// is made by store_key or store_and_commit and the named steps below, never field by field:
+//   store_and_commit(kKey).telling_before_commit(peer::kRow).printing(Echo::kNotifyReply)
 struct StoreRule {
-    const char *key;               // nvram key written with the command's value
-    bool commit;                   // commit the working nvram after the set
-    Notify notify;                 // whether and when a daemon is told
-    const DbusCallSpec *notify_to; // the daemon, interface and member told (text call)
-    const char *notify_text;       // fixed text sent; null sends the command's value
-    Echo echo;                     // what is printed
-    Reply reply;                   // how it is printed and what the result is
-    ValueCheck accepts = nullptr;  // null: every value is stored
-    const char *refusal = nullptr; // printed when `accepts` refuses the value (null: nothing)
+    const char *key;                          // nvram key written with the command's value
+    bool commit = false;                      // commit the working nvram after the set
+    Notify notify = Notify::kNone;            // whether and when a daemon is told
+    const DbusCallSpec *notify_to = nullptr;  // the daemon, interface and member told (text call)
+    const char *notify_text = nullptr;        // fixed text sent; null sends the command's value
+    Echo echo = Echo::kNothing;               // what is printed
+    Reply reply = Reply::kAlways;             // how it is printed and what the result is
+    ValueCheck accepts = nullptr;             // null: every value is stored
+    const char *refusal = nullptr;            // printed when `accepts` refuses the value (null: nothing)
+
+    // The same row, telling `peer` the command's value (or `fixed_text`) after the set and
+    // before the commit.
+    constexpr StoreRule telling_before_commit(const DbusCallSpec &peer, const char *fixed_text = nullptr) const {
+        return telling(Notify::kBeforeCommit, peer, fixed_text);
+    }
+    // The same row, telling `peer` after the commit (after the set when there is none).
+    constexpr StoreRule telling_after_commit(const DbusCallSpec &peer, const char *fixed_text = nullptr) const {
+        return telling(Notify::kAfterCommit, peer, fixed_text);
+    }
+    // The same row, printing `what` as `how` says (instead of printing nothing).
+    constexpr StoreRule printing(Echo what, Reply how = Reply::kAlways) const {
+        StoreRule row = *this;
+        row.echo = what;
+        row.reply = how;
+        return row;
+    }
+    // The same row, storing only values `check` accepts; others print `refusal` (null:
+    // nothing), change nothing and fail.
+    constexpr StoreRule accepting_only(ValueCheck check, const char *refusal_text = nullptr) const {
+        StoreRule row = *this;
+        row.accepts = check;
+        row.refusal = refusal_text;
+        return row;
+    }
+
+private:
+    // Not an aggregate: rows come from the helpers only.
+    constexpr explicit StoreRule(const char *stored_key, bool commits) : key(stored_key), commit(commits) {}
+    constexpr StoreRule telling(Notify when, const DbusCallSpec &peer, const char *fixed_text) const {
+        StoreRule row = *this;
+        row.notify = when;
+        row.notify_to = &peer;
+        row.notify_text = fixed_text;
+        return row;
+    }
+    friend constexpr StoreRule store_key(const char *key);
+    friend constexpr StoreRule store_and_commit(const char *key);
 };
+
+// Sets `key` to the command's value, and nothing else: no commit, nobody told, nothing
+// printed, every value accepted.
+constexpr StoreRule store_key(const char *key) { return StoreRule(key, false); }
+
+// Sets `key` to the command's value and commits the working nvram.
+constexpr StoreRule store_and_commit(const char *key) { return StoreRule(key, true); }
 
 // Runs a store rule for the command's value. A value the rule does not accept prints the
 // rule's refusal, changes nothing and fails.

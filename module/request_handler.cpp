@@ -38,16 +38,19 @@ apr_table_t *query_arguments(request_rec *r) {
     return korvex::parse_arguments(r->pool, r->args != nullptr ? apr_pstrdup(r->pool, r->args) : nullptr);
 }
 
-// The request's arguments: the query string of a GET (when `get_allowed`), the body of a
-// POST. Returns OK, or the status to answer instead: 405 for another method, 413 for a
+// True when the resource serves the request's method (r->allowed, set by allow_methods).
+bool method_allowed(const request_rec *r) { return (r->allowed & (AP_METHOD_BIT << r->method_number)) != 0; }
+
+// The request's arguments: the query string of a GET, the body of a POST. Returns OK, or
+// the status to answer instead: 405 for a method the resource does not serve, 413 for a
 // body over the limit. *arguments is null for a POST without a usable body.
-int request_arguments(request_rec *r, bool get_allowed, apr_table_t **arguments) {
+int request_arguments(request_rec *r, apr_table_t **arguments) {
     *arguments = nullptr;
-    if (r->method_number == M_GET && get_allowed) {
+    if (!method_allowed(r)) return korvex::http::kMethodNotAllowed;
+    if (r->method_number == M_GET) {
         *arguments = query_arguments(r);
         return korvex::http::kOk;
     }
-    if (r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
     BodyStatus status = BodyStatus::kRead;
     *arguments = body_arguments(r, &status);
     return status == BodyStatus::kTooLarge ? korvex::http::kRequestEntityTooLarge : korvex::http::kOk;
@@ -65,7 +68,7 @@ int no_usable_body() {
 int serve_sdk(request_rec *r) {
     ap_set_content_type(r, kContentType);
     apr_table_t *arguments = nullptr;
-    const int status = request_arguments(r, true, &arguments);
+    const int status = request_arguments(r, &arguments);
     if (status != korvex::http::kOk) return status;
     if (arguments == nullptr) return no_usable_body();
     const char *reply = korvex::string_message(r, json_argument(arguments), korvex::peer::kSdkJsonCommand);
@@ -85,14 +88,14 @@ int receive_image(request_rec *r) {
 }
 
 int serve_update(request_rec *r) {
-    if (r->method_number != M_GET && r->method_number != M_POST) return korvex::http::kMethodNotAllowed;
+    if (!method_allowed(r)) return korvex::http::kMethodNotAllowed;
     return korvex::firmware::update_from_upload(r, receive_image);
 }
 
 int serve_network(request_rec *r) {
     ap_set_content_type(r, kContentType);
     apr_table_t *arguments = nullptr;
-    const int status = request_arguments(r, true, &arguments);
+    const int status = request_arguments(r, &arguments);
     if (status != korvex::http::kOk) return status;
     // Every argument is a command, run in table order with nothing between their outputs;
     // an unusable body runs none.
@@ -104,7 +107,7 @@ int serve_send_dat(request_rec *r) {
     HLOG(KORVEX_LOG_REQUEST, "send.dat doing\n");
     ap_set_content_type(r, kContentType);
     apr_table_t *arguments = nullptr;
-    const int status = request_arguments(r, false, &arguments);
+    const int status = request_arguments(r, &arguments);
     if (status != korvex::http::kOk) return status;
     if (arguments == nullptr) return no_usable_body();
     korvex::string_message(r, json_argument(arguments), korvex::peer::kAppSendDat);
@@ -113,23 +116,39 @@ int serve_send_dat(request_rec *r) {
 
 int serve_get_dat(request_rec *r) {
     ap_set_content_type(r, kContentType);
-    if (r->method_number != M_GET) return korvex::http::kMethodNotAllowed;
+    if (!method_allowed(r)) return korvex::http::kMethodNotAllowed;
     ap_rprintf(r, "%s", korvex::string_message(r, korvex::peer::kAppGetDatArgument, korvex::peer::kAppGetDat));
     return korvex::http::kOk;
 }
 
+constexpr apr_int64_t method_bit(int method) { return AP_METHOD_BIT << method; }
+constexpr apr_int64_t kGet = method_bit(M_GET);  // HEAD too: Apache counts it as GET
+constexpr apr_int64_t kPost = method_bit(M_POST);
+
 struct Resource {
     const char *handler_name;
+    // The methods it serves: any other is answered 405, and Apache names these in the
+    // answer's Allow header (r->allowed).
+    apr_int64_t methods;
     int (*serve)(request_rec *r);
 };
 
+// The one place that says which methods each resource serves.
 constexpr Resource kResources[] = {
-    {"sdk.cgi", serve_sdk},
-    {"update.cgi", serve_update},
-    {"network.cgi", serve_network},
-    {"send.dat", serve_send_dat},
-    {"get.dat", serve_get_dat},
+    {"sdk.cgi", kGet | kPost, serve_sdk},
+    {"update.cgi", kGet | kPost, serve_update},
+    {"network.cgi", kGet | kPost, serve_network},
+    {"send.dat", kPost, serve_send_dat},
+    {"get.dat", kGet, serve_get_dat},
 };
+
+// The request's resource serves `methods`. Apache builds the Allow header of a 405 answer
+// from r->allowed_methods; r->allowed is the older field, which method_allowed reads.
+void allow_methods(request_rec *r, apr_int64_t methods) {
+    r->allowed = methods;
+    ap_clear_method_list(r->allowed_methods);
+    r->allowed_methods->method_mask = methods;
+}
 
 // Answers echo client values into HTML byte for byte (clients rely on those bytes), so
 // every answer tells the browser to run nothing and to guess no other type. Set among the
@@ -147,6 +166,7 @@ int korvex_handler(request_rec *r) {
     if (r->handler == nullptr) return korvex::http::kDeclined;
     for (const Resource &resource : kResources) {
         if (std::strcmp(r->handler, resource.handler_name) == 0) {
+            allow_methods(r, resource.methods);
             forbid_active_content(r);
             // Before any argument is read, any body consumed or any call made.
             if (const int refused = korvex::cross_site::refusal(r)) return refused;

@@ -16,10 +16,14 @@ SANITIZE="${KORVEX_SANITIZE:-0}"
 usage() {
     cat <<'EOF'
 usage: gateway.sh COMMAND RUN_DIR [ARGS]
-  up RUN_DIR [--port N] [--mpm prefork|worker|event] [--no-bus] [--log-level LEVEL]
-             [--owner-pid PID] [--build-dir DIR] [--tmp-dir NAME]... [--sanitize]
+  up RUN_DIR [--port N|auto] [--first-port N] [--mpm prefork|worker|event] [--no-bus]
+             [--log-level LEVEL] [--owner-pid PID] [--build-dir DIR] [--tmp-dir NAME]...
+             [--sanitize]
                         start bus, simulator and server; return once the server answers
-                        (--log-level: the module's level, 1-6 or an Apache level name,
+                        (--port auto: a free port, reserved while the server lives,
+                        and another one when the server finds it taken; --first-port:
+                        with auto, the port tried first, without checking for listeners;
+                        --log-level: the module's level, 1-6 or an Apache level name,
                         default notice; --tmp-dir: a directory NAME in the server's
                         private /tmp, made before the server starts; isolation only;
                         --sanitize: as KORVEX_SANITIZE=1, the server runs with the ASan
@@ -53,6 +57,8 @@ source "$SOURCE_DIR/scripts/gateway/process_records.sh"
 source "$SOURCE_DIR/scripts/gateway/sanitizer.sh"
 # shellcheck source=gateway/server.sh
 source "$SOURCE_DIR/scripts/gateway/server.sh"
+# shellcheck source=gateway/ports.sh
+source "$SOURCE_DIR/scripts/gateway/ports.sh"
 # shellcheck source=gateway/stand_ins.sh
 source "$SOURCE_DIR/scripts/gateway/stand_ins.sh"
 
@@ -112,7 +118,6 @@ prepare_run_dir() {
     # the server's private /tmp, or unreadable for the server's account).
     cp "$build_dir/mod_korvex.so" "$build_dir/platform/libkorvex_platform.so" "$RUN_DIR/lib/"
     chmod 644 "$RUN_DIR"/lib/*
-    fill_template "$SOURCE_DIR/conf/httpd.conf.in" "$RUN_DIR/httpd.conf"
     fill_template "$SOURCE_DIR/conf/bus.conf.in" "$RUN_DIR/bus.conf"
     printf '<html><body><h1>korvex gateway</h1><p>run %s</p></body></html>\n' \
         "$(basename "$RUN_DIR")" >"$RUN_DIR/htdocs/index.html"
@@ -125,6 +130,11 @@ prepare_run_dir() {
     if [ "$ISOLATION" = namespaces ]; then
         chown "$SERVER_ACCOUNT:$SERVER_ACCOUNT" "$RUN_DIR"/{logs,run,nvram-sections,stubs.log}
     fi
+}
+
+# The server's configuration, for the port it is about to be started on.
+write_httpd_conf() {
+    fill_template "$SOURCE_DIR/conf/httpd.conf.in" "$RUN_DIR/httpd.conf"
 }
 
 # Directories in the server's private /tmp that must exist before it starts (for example
@@ -158,6 +168,8 @@ write_env() {
     {
         env_line RUN_DIR "$RUN_DIR"
         env_line PORT "$PORT"
+        # The lock that reserves the port for this gateway's server (scripts/gateway/ports.sh).
+        if [[ "$PORT" =~ ^[0-9]+$ ]]; then env_line PORT_LOCK "$(port_lock_file "$PORT")"; fi
         env_line MPM "$MPM"
         env_line LOG_LEVEL "$LOG_LEVEL"
         env_line SANITIZE "$SANITIZE"
@@ -260,11 +272,12 @@ bus_stop() {
 
 up() {
     PORT=8080 MPM=prefork LOG_LEVEL=notice BUILD_DIR="${KORVEX_BUILD_DIR:-$SOURCE_DIR/build}"
-    local with_bus=1 owner=""
+    local with_bus=1 owner="" first_port=""
     local -a tmp_dirs=()
     while [ $# -gt 0 ]; do
         case "$1" in
         --port) PORT="$2"; shift 2 ;;
+        --first-port) first_port="$2"; shift 2 ;;
         --mpm) MPM="$2"; shift 2 ;;
         --no-bus) with_bus=0; shift ;;
         --log-level) LOG_LEVEL="$2"; shift 2 ;;
@@ -278,7 +291,9 @@ up() {
     case "$MPM" in prefork | worker | event) ;; *) die "unknown MPM $MPM" ;; esac
     case "$SANITIZE" in 0 | 1) ;; *) die "KORVEX_SANITIZE must be 0 or 1" ;; esac
     LOG_LEVEL="$(apache_log_level "$LOG_LEVEL")" || die "bad log level (1-6 or an Apache level name)"
-    [[ "$PORT" =~ ^[0-9]+$ ]] || die "bad port $PORT"
+    [[ "$PORT" =~ ^([0-9]+|auto)$ ]] || die "bad port $PORT"
+    [[ "$first_port" =~ ^[0-9]*$ ]] || die "bad first port $first_port"
+    [ -z "$first_port" ] || [ "$PORT" = auto ] || die "--first-port needs --port auto"
     BUILD_DIR="$(cd "$BUILD_DIR" && pwd)" || die "no build directory"
     case "$RUN_DIR" in /tmp | /tmp/*) die "RUN_DIR must not be under /tmp (the server gets a private /tmp)" ;; esac
     if use_isolation; then ISOLATION=namespaces; else ISOLATION=none; fi
@@ -301,7 +316,8 @@ up() {
         start_bus
         start_sim
     fi
-    start_server
+    # The port's lock is inherited by the server: it stays reserved while the server lives.
+    serve_on_port "$PORT" "$first_port" write_httpd_conf
     trap - EXIT INT TERM
     write_env
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# "make run": one gateway on 127.0.0.1:$PORT until Ctrl-C.
+# "make run": one gateway on 127.0.0.1:$PORT until Ctrl-C (PORT=auto: on a free port).
 set -euo pipefail
 
 source_dir="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -26,6 +26,7 @@ trap 'stop 0' INT TERM
 bash "$gateway" up "$run_dir" --port "$port" --owner-pid "$$" \
     --build-dir "${KORVEX_BUILD_DIR:-$source_dir/build}" --log-level "${KORVEX_LOG_LEVEL:-notice}"
 server_pid="$(sed -n 's/^SERVER_PID=//p' "$run_dir/env")"
+port="$(sed -n 's/^PORT=//p' "$run_dir/env")"
 
 log_level="$(sed -n 's/^LOG_LEVEL=//p' "$run_dir/env")"
 echo "Gateway running on 127.0.0.1:$port (run directory $run_dir, error log $run_dir/logs/error.log"

@@ -29,25 +29,25 @@ constexpr char kSwitchAllKey[] = "enableswitchall";
 constexpr char kTimerKey[] = "enabletimer";
 constexpr char kLockKey[] = "enablelock";
 
-// key, commit, notify when, whom, fixed text (null: the value), what is printed, how.
-constexpr StoreRule kSceneMode{kSceneModeKey, true, Notify::kBeforeCommit, &peer::kAppDoSceneMode, nullptr,
-                               Echo::kNotifyReply, Reply::kRequired};
-constexpr StoreRule kDst{kDstKey, true, Notify::kNone, nullptr, nullptr, Echo::kSetReply, Reply::kRequired};
-constexpr StoreRule kP2pReconnect{kP2pReconnectKey, true, Notify::kBeforeCommit, &peer::kAppP2pReconnect, nullptr,
-                                  Echo::kValue, Reply::kAlways};
-constexpr StoreRule kCheckbox{kCheckboxKey, true, Notify::kAfterCommit, &peer::kSdkEasyCommand, kUserDataChange,
-                              Echo::kSetReply, Reply::kAlways};
-constexpr StoreRule kCheckbox2{kCheckbox2Key, true, Notify::kAfterCommit, &peer::kSdkEasyCommand, kUserDataChange,
-                               Echo::kSetReply, Reply::kAlways};
-constexpr StoreRule kSavingTime{kSavingTimeKey, true, Notify::kNone, nullptr, nullptr, Echo::kSetReply,
-                                Reply::kAlways};
-constexpr StoreRule kAstClock{kAstClockKey, true, Notify::kBeforeCommit, &peer::kAppEnableAstClock, nullptr,
-                              Echo::kNotifyReply, Reply::kAlways};
-constexpr StoreRule kSwitchAll{kSwitchAllKey, true, Notify::kNone, nullptr, nullptr, Echo::kSetReply,
-                               Reply::kAlways};
-constexpr StoreRule kTimer{kTimerKey, true, Notify::kNone, nullptr, nullptr, Echo::kSetReply, Reply::kAlways};
-constexpr StoreRule kLock{kLockKey, true, Notify::kAfterCommit, &peer::kAppEnableLock, nullptr, Echo::kSetReply,
-                          Reply::kAlways};
+constexpr StoreRule kSceneMode = store_and_commit(kSceneModeKey)
+                                     .telling_before_commit(peer::kAppDoSceneMode)
+                                     .printing(Echo::kNotifyReply, Reply::kRequired);
+constexpr StoreRule kDst = store_and_commit(kDstKey).printing(Echo::kSetReply, Reply::kRequired);
+constexpr StoreRule kP2pReconnect =
+    store_and_commit(kP2pReconnectKey).telling_before_commit(peer::kAppP2pReconnect).printing(Echo::kValue);
+constexpr StoreRule kCheckbox = store_and_commit(kCheckboxKey)
+                                    .telling_after_commit(peer::kSdkEasyCommand, kUserDataChange)
+                                    .printing(Echo::kSetReply);
+constexpr StoreRule kCheckbox2 = store_and_commit(kCheckbox2Key)
+                                     .telling_after_commit(peer::kSdkEasyCommand, kUserDataChange)
+                                     .printing(Echo::kSetReply);
+constexpr StoreRule kSavingTime = store_and_commit(kSavingTimeKey).printing(Echo::kSetReply);
+constexpr StoreRule kAstClock =
+    store_and_commit(kAstClockKey).telling_before_commit(peer::kAppEnableAstClock).printing(Echo::kNotifyReply);
+constexpr StoreRule kSwitchAll = store_and_commit(kSwitchAllKey).printing(Echo::kSetReply);
+constexpr StoreRule kTimer = store_and_commit(kTimerKey).printing(Echo::kSetReply);
+constexpr StoreRule kLock =
+    store_and_commit(kLockKey).telling_after_commit(peer::kAppEnableLock).printing(Echo::kSetReply);
 
 }  // namespace
 

@@ -25,12 +25,9 @@ constexpr char kLanguageKey[] = "language";
 // The customer whose name is marked before the line break; every other is marked after it.
 constexpr char kMarkedCustomer[] = "Zentro";
 
-constexpr StoreRule committed(const char *key) {
-    return StoreRule{key, true, Notify::kNone, nullptr, nullptr, Echo::kNothing, Reply::kAlways};
-}
-constexpr StoreRule kHostName = committed(kHostNameKey);
-constexpr StoreRule kCustomerName = committed(kCustomerNameKey);
-constexpr StoreRule kLanguage = committed(kLanguageKey);
+constexpr StoreRule kHostName = store_and_commit(kHostNameKey);
+constexpr StoreRule kCustomerName = store_and_commit(kCustomerNameKey);
+constexpr StoreRule kLanguage = store_and_commit(kLanguageKey);
 
 // Stores and commits the value, then makes it the system host name. The result of
 // sethostname is not looked at: without the privilege it fails and the command is done.

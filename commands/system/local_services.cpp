@@ -32,14 +32,11 @@ constexpr char kStartSdkOnSerial[] = "korvex-sdk -u /dev/ttyS0 &";
 constexpr ServiceSwitch kFtpd{"ftpd.sh &", "killall inetd", &peer::kDoSystem5s};
 constexpr ServiceSwitch kTelnetd{"telnetd &", "killall telnetd", &peer::kDoSystem5s};
 
-// Stored (and committed where said), then printed as the platform reads the key back.
-constexpr StoreRule read_back(const char *key, bool commit) {
-    return StoreRule{key, commit, Notify::kNone, nullptr, nullptr, Echo::kStoredValue, Reply::kAlways};
-}
-constexpr StoreRule kSocketAddr = read_back(kSocketAddrKey, true);
-constexpr StoreRule kSocketPort = read_back(kSocketPortKey, true);
-constexpr StoreRule kSocketSec = read_back(kSocketSecKey, false);
-constexpr StoreRule kTestMode = read_back(kTestModeKey, true);
+// Stored (and committed but for "socketSec"), then printed as the platform reads the key back.
+constexpr StoreRule kSocketAddr = store_and_commit(kSocketAddrKey).printing(Echo::kStoredValue);
+constexpr StoreRule kSocketPort = store_and_commit(kSocketPortKey).printing(Echo::kStoredValue);
+constexpr StoreRule kSocketSec = store_key(kSocketSecKey).printing(Echo::kStoredValue);
+constexpr StoreRule kTestMode = store_and_commit(kTestModeKey).printing(Echo::kStoredValue);
 
 // Room for a dotted IPv4 address and its terminating zero.
 constexpr std::size_t kAddressTextSize = 16;

@@ -32,13 +32,12 @@ constexpr char kOrbwebDefaultHost[] = "rendezvous.orbweb.com";
 
 // The account setters store without committing ("p2paccountcommit" applies them). The
 // password messages have no line break, unlike the user-name message.
-constexpr StoreRule account_rule(const char *key, const char *refusal) {
-    return StoreRule{key,           false,         Notify::kNone,       nullptr, nullptr,
-                     Echo::kNothing, Reply::kAlways, korvex::check::account_text_length, refusal};
-}
-constexpr StoreRule kUserName = account_rule(kUserNameKey, "username length > 63<br>");
-constexpr StoreRule kPassword = account_rule(kPasswordKey, "password length > 63");
-constexpr StoreRule kSuPassword = account_rule(kSuPasswordKey, "password length > 63");
+constexpr StoreRule kUserName =
+    store_key(kUserNameKey).accepting_only(korvex::check::account_text_length, "username length > 63<br>");
+constexpr StoreRule kPassword =
+    store_key(kPasswordKey).accepting_only(korvex::check::account_text_length, "password length > 63");
+constexpr StoreRule kSuPassword =
+    store_key(kSuPasswordKey).accepting_only(korvex::check::account_text_length, "password length > 63");
 
 // The account as both services read it before they start.
 struct Account {

@@ -18,13 +18,9 @@ constexpr char kEnableKey[] = "PPPoE_Enable";
 constexpr char kUserNameKey[] = "PPPoE_UserName";
 constexpr char kPasswordKey[] = "PPPoE_PassWord";
 
-// key, commit, notify when, whom, fixed text, printed, how, check.
-constexpr StoreRule kEnable{kEnableKey, false, Notify::kNone, nullptr, nullptr, Echo::kNothing, Reply::kAlways,
-                            check::leading_zero_or_one};
-constexpr StoreRule kUserName{kUserNameKey, false, Notify::kNone, nullptr, nullptr, Echo::kNothing, Reply::kAlways,
-                              check::not_empty};
-constexpr StoreRule kPassword{kPasswordKey, true, Notify::kNone, nullptr, nullptr, Echo::kNothing, Reply::kAlways,
-                              check::not_empty};
+constexpr StoreRule kEnable = store_key(kEnableKey).accepting_only(check::leading_zero_or_one);
+constexpr StoreRule kUserName = store_key(kUserNameKey).accepting_only(check::not_empty);
+constexpr StoreRule kPassword = store_and_commit(kPasswordKey).accepting_only(check::not_empty);
 
 // The client runs on the WAN VLAN with MRU and MTU 1492.
 constexpr char kStopClient[] = "killall pppoecd";

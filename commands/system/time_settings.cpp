@@ -32,16 +32,11 @@ constexpr char kStopNtpClient[] = "killall ntpclient";
 constexpr char kStartNtpWaiting[] = "ntp.sh";
 constexpr char kStartNtpBackground[] = "ntp.sh &";
 
-// key, commit, notify when, whom, fixed text, printed, how, check.
-constexpr StoreRule kNtpServer{kNtpServerKey, false, Notify::kNone, nullptr, nullptr, Echo::kNothing, Reply::kAlways,
-                               check::not_empty};
-constexpr StoreRule kNtpSync{kNtpSyncKey, false, Notify::kNone, nullptr, nullptr, Echo::kNothing, Reply::kAlways,
-                             check::leading_positive};
+constexpr StoreRule kNtpServer = store_key(kNtpServerKey).accepting_only(check::not_empty);
+constexpr StoreRule kNtpSync = store_key(kNtpSyncKey).accepting_only(check::leading_positive);
 // The application is told the position before the commit; its answer is not looked at.
-constexpr StoreRule kLongitude{kLongitudeKey, true, Notify::kBeforeCommit, &peer::kAppSetAstClockLon, nullptr,
-                               Echo::kNothing, Reply::kAlways};
-constexpr StoreRule kLatitude{kLatitudeKey, true, Notify::kBeforeCommit, &peer::kAppSetAstClockLat, nullptr,
-                              Echo::kNothing, Reply::kAlways};
+constexpr StoreRule kLongitude = store_and_commit(kLongitudeKey).telling_before_commit(peer::kAppSetAstClockLon);
+constexpr StoreRule kLatitude = store_and_commit(kLatitudeKey).telling_before_commit(peer::kAppSetAstClockLat);
 
 // ctime's fixed form: 24 characters, a line feed and the terminating zero.
 constexpr std::size_t kCtimeSize = 26;

@@ -23,16 +23,13 @@ constexpr char kGatewayKey[] = "wan_gateway";
 constexpr char kPrimaryDnsKey[] = "wan_primary_dns";
 constexpr char kSecondaryDnsKey[] = "wan_secondary_dns";
 
-// A checked value stored as given, uncommitted, printing nothing.
-constexpr StoreRule checked_store(const char *key, ValueCheck accepts) {
-    return StoreRule{key, false, Notify::kNone, nullptr, nullptr, Echo::kNothing, Reply::kAlways, accepts};
-}
-constexpr StoreRule kConnectionMode = checked_store(kConnectionModeKey, check::wan_connection_mode);
-constexpr StoreRule kAddress = checked_store(kAddressKey, check::ipv4_address);
-constexpr StoreRule kNetmask = checked_store(kNetmaskKey, check::ipv4_address);
-constexpr StoreRule kGateway = checked_store(kGatewayKey, check::ipv4_address);
-constexpr StoreRule kPrimaryDns = checked_store(kPrimaryDnsKey, check::ipv4_address);
-constexpr StoreRule kSecondaryDns = checked_store(kSecondaryDnsKey, check::ipv4_address);
+// Checked values stored as given, uncommitted, printing nothing.
+constexpr StoreRule kConnectionMode = store_key(kConnectionModeKey).accepting_only(check::wan_connection_mode);
+constexpr StoreRule kAddress = store_key(kAddressKey).accepting_only(check::ipv4_address);
+constexpr StoreRule kNetmask = store_key(kNetmaskKey).accepting_only(check::ipv4_address);
+constexpr StoreRule kGateway = store_key(kGatewayKey).accepting_only(check::ipv4_address);
+constexpr StoreRule kPrimaryDns = store_key(kPrimaryDnsKey).accepting_only(check::ipv4_address);
+constexpr StoreRule kSecondaryDns = store_key(kSecondaryDnsKey).accepting_only(check::ipv4_address);
 
 // The WAN service restarts with the committed settings when asked with 1.
 constexpr int kInitInternetArgument = 1;

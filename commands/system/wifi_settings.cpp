@@ -32,18 +32,15 @@ constexpr char kStaPassphraseKey[] = "STA_WPAPSK";
 // One refusal for SSIDs and passphrases alike; clients match this text.
 constexpr char kTooLong[] = "ssid string length must small than 32<br>";
 
-constexpr StoreRule kSsidRule(const char *key) {
-    return StoreRule{key, false, Notify::kNone, nullptr, nullptr, Echo::kSetReply, Reply::kAlways,
-                     check::wifi_text_length, kTooLong};
-}
-constexpr StoreRule kPassphraseRule(const char *key) {
-    return StoreRule{key, false, Notify::kNone, nullptr, nullptr, Echo::kValue, Reply::kAlways,
-                     check::wifi_text_length, kTooLong};
-}
-constexpr StoreRule kApSsid = kSsidRule(kApSsidKey);
-constexpr StoreRule kStaSsid = kSsidRule(kStaSsidKey);
-constexpr StoreRule kApPassphrase = kPassphraseRule(kApPassphraseKey);
-constexpr StoreRule kStaPassphrase = kPassphraseRule(kStaPassphraseKey);
+// An SSID prints the platform's reply to the set, a passphrase the value itself.
+constexpr StoreRule kApSsid =
+    store_key(kApSsidKey).printing(Echo::kSetReply).accepting_only(check::wifi_text_length, kTooLong);
+constexpr StoreRule kStaSsid =
+    store_key(kStaSsidKey).printing(Echo::kSetReply).accepting_only(check::wifi_text_length, kTooLong);
+constexpr StoreRule kApPassphrase =
+    store_key(kApPassphraseKey).printing(Echo::kValue).accepting_only(check::wifi_text_length, kTooLong);
+constexpr StoreRule kStaPassphrase =
+    store_key(kStaPassphraseKey).printing(Echo::kValue).accepting_only(check::wifi_text_length, kTooLong);
 
 // Arguments of the Wi-Fi service calls.
 constexpr char kStaGetSsid[] = "getSSID";

@@ -1,9 +1,43 @@
 # shellcheck shell=bash
-# Sourced by scripts/gateway.sh; uses its globals (RUN_DIR, SANITIZE, ...).
+# Sourced by scripts/gateway.sh and scripts/package/installed_gateway.sh; uses their
+# globals (RUN_DIR, PORT, SANITIZE, ...). Started through serve_on_port (ports.sh), which
+# reserves the port first.
 
 # --- server -----------------------------------------------------------------------------
 
+# Where this start-up's lines begin in the server's logs (earlier start-ups in the same run
+# directory wrote theirs before).
+SERVER_LOGS=(httpd.stderr error.log)
+declare -A SERVER_LOG_OFFSETS=()
+
+mark_server_logs() {
+    local log
+    for log in "${SERVER_LOGS[@]}"; do
+        SERVER_LOG_OFFSETS[$log]="$(stat -c %s "$RUN_DIR/logs/$log" 2>/dev/null || echo 0)"
+    done
+}
+
+# Ends a failed start-up: with status 3 when the server's logs of this start-up say that its
+# address was in use, whatever the stage it failed at; else dies with MESSAGE.
+startup_failed() { # MESSAGE
+    local log in_use=0
+    for log in "${SERVER_LOGS[@]}"; do
+        log_tail "$RUN_DIR/logs/$log"
+        if [ -f "$RUN_DIR/logs/$log" ] &&
+            tail -c "+$((${SERVER_LOG_OFFSETS[$log]:-0} + 1))" "$RUN_DIR/logs/$log" |
+            grep -q -E 'Address already in use|\(98\)|could not bind'; then
+            in_use=1
+        fi
+    done
+    if [ "$in_use" = 1 ]; then
+        echo "$(basename "$0"): port $PORT is in use ($1)" >&2
+        exit 3
+    fi
+    die "$1"
+}
+
 start_server() {
+    mark_server_logs
     local -a server_env=(env "DBUS_SYSTEM_BUS_ADDRESS=unix:path=$RUN_DIR/bus/socket"
         "KORVEX_LOG_LEVEL=$(platform_log_level "$LOG_LEVEL")" "KORVEX_NVRAM_DIR=$RUN_DIR/nvram-sections"
         "PATH=$RUN_DIR/bin:$PATH" "LD_LIBRARY_PATH=$RUN_DIR/lib")
@@ -30,10 +64,7 @@ start_server() {
             sh "$RUN_DIR" "$SERVER_ACCOUNT" "${server_cmd[@]}" </dev/null >>"$stderr_log" 2>&1 &
         record_pid launcher "$!"
         local init
-        init="$(first_child "$!")" || {
-            log_tail "$stderr_log"
-            die "the server namespace did not start"
-        }
+        init="$(first_child "$!")" || startup_failed "the server namespace did not start"
         record_pid server "$init"
     else
         setsid "${server_env[@]}" "${server_cmd[@]}" -f "$RUN_DIR/httpd.conf" -D FOREGROUND \
@@ -47,23 +78,14 @@ wait_for_server() {
     local deadline=$((SECONDS + WAIT_SECONDS)) index
     index="$(cat "$RUN_DIR/htdocs/index.html")"
     while [ "$SECONDS" -lt "$deadline" ]; do
-        if ! is_running server; then
-            log_tail "$RUN_DIR/logs/httpd.stderr"
-            log_tail "$RUN_DIR/logs/error.log"
-            if grep -q 'Address already in use' "$RUN_DIR/logs/httpd.stderr" "$RUN_DIR/logs/error.log" 2>/dev/null; then
-                echo "gateway.sh: port $PORT is in use" >&2
-                exit 3
-            fi
-            die "the server exited during start-up"
-        fi
+        is_running server || startup_failed "the server exited during start-up"
         # Our own index page proves it is this server that answers on the port.
         if [ "$(curl -s --noproxy '*' --max-time 2 "http://127.0.0.1:$PORT/" 2>/dev/null || true)" = "$index" ]; then
             return 0
         fi
         sleep 0.1
     done
-    log_tail "$RUN_DIR/logs/error.log"
-    die "the server did not answer on 127.0.0.1:$PORT within ${WAIT_SECONDS}s"
+    startup_failed "the server did not answer on 127.0.0.1:$PORT within ${WAIT_SECONDS}s"
 }
 
 stop_server() {

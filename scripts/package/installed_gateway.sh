@@ -24,6 +24,8 @@ die() {
 source "$SOURCE_DIR/scripts/gateway/process_records.sh"
 # shellcheck source=../gateway/server.sh
 source "$SOURCE_DIR/scripts/gateway/server.sh"
+# shellcheck source=../gateway/ports.sh
+source "$SOURCE_DIR/scripts/gateway/ports.sh"
 
 MULTIARCH="$(dpkg-architecture -qDEB_HOST_MULTIARCH)"
 PLATFORM_DIR="/usr/lib/$MULTIARCH/korvex"
@@ -35,10 +37,6 @@ HTPASSWD_PATH="/etc/apache2/korvex.htpasswd"
 # The account and password of the authentication runs.
 AUTH_USER="installer"
 AUTH_PASSWORD="k0rvex-Install"
-
-free_port() {
-    python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
-}
 
 # Copy of a shipped file with one path replaced, after checking that the file names the
 # path exactly where it should (so the copy differs from the shipped file in that alone).
@@ -166,10 +164,11 @@ start_bus_and_sim() {
     done
 }
 
-# Starts bus, simulator and server in RUN_ROOT/NAME; WITH_AUTH 1 adds korvex-auth.conf.
+# Starts bus, simulator and server in RUN_ROOT/NAME on a free port, reserved as the
+# development gateways reserve theirs (scripts/gateway/ports.sh); WITH_AUTH 1 adds
+# korvex-auth.conf.
 gateway_up() { # NAME POLICY WITH_AUTH
     RUN_DIR="$RUN_ROOT/$1"
-    PORT="$(free_port)"
     rm -rf "$RUN_DIR"
     mkdir -p "$RUN_DIR"/{bus,logs,run,tmp,htdocs,pids,nvram-sections}
     chmod 755 "$RUN_DIR" "$RUN_DIR"/{bus,htdocs}
@@ -178,11 +177,10 @@ gateway_up() { # NAME POLICY WITH_AUTH
     # The server finds the packaged platform library where the package put it.
     ln -s "$ROOT$PLATFORM_DIR" "$RUN_DIR/lib"
     printf '<html><body><h1>korvex package test</h1><p>%s</p></body></html>\n' "$1" >"$RUN_DIR/htdocs/index.html"
-    write_httpd_conf "$3"
     write_bus_conf "$2"
     trap 'gateway_down' EXIT
     start_bus_and_sim
-    start_server
+    serve_on_port auto "" write_httpd_conf "$3"
 }
 
 gateway_down() {
@@ -190,6 +188,7 @@ gateway_down() {
     stop_server
     stop_record sim 10
     stop_record bus 10
+    release_port
     trap - EXIT
 }
 

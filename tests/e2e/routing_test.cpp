@@ -1,6 +1,7 @@
 // The content handler's routing: which resource names it serves, with which methods,
 // what "sdk.cgi", "send.dat" and "get.dat" forward and print, and which requests it
 // leaves to the rest of the server.
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <memory>
@@ -24,6 +25,36 @@ const std::string kAppCall = "method_call com.korvex-labs.www.app com.KorvexLabs
 const std::string kDeviceJson = "{\"cmd\":\"getdevice\",\"uid\":7}";
 const std::string kDeviceJsonEscaped = "%7B%22cmd%22%3A%22getdevice%22%2C%22uid%22%3A7%7D";
 const std::string kSdkReply = "{\"cmd\":\"getdevice\",\"result\":\"ok\"}";
+
+// What the Allow header of a 405 answer lists for each resource: the methods it serves
+// (HEAD with GET: Apache serves a HEAD as a GET without the body) and TRACE, which the
+// server answers itself for every path (TraceEnable, on by default).
+const std::string kAllowGetAndPost = "GET,HEAD,POST,TRACE";
+const std::string kAllowPostOnly = "POST,TRACE";
+const std::string kAllowGetOnly = "GET,HEAD,TRACE";
+
+// An Allow header's methods, sorted: Apache lists them in the order of its hashed table of
+// method names, which changes from one start of the server to the next.
+std::string sorted_methods(const std::string &allow) {
+    std::vector<std::string> methods;
+    std::istringstream items(allow);
+    for (std::string item; std::getline(items, item, ',');) {
+        item.erase(0, item.find_first_not_of(' '));
+        item.erase(item.find_last_not_of(' ') + 1);
+        methods.push_back(item);
+    }
+    std::sort(methods.begin(), methods.end());
+    std::string text;
+    for (const std::string &method : methods) text += (text.empty() ? "" : ",") + method;
+    return text;
+}
+
+// A 405 answer whose Allow header names exactly `allow` (sorted, comma-separated).
+void expect_not_allowed(const HttpResponse &response, const std::string &allow, const std::string &what) {
+    EXPECT_EQ(response.status, 405) << what;
+    EXPECT_TRUE(response.has_header("allow")) << what;
+    EXPECT_EQ(sorted_methods(response.headers.count("allow") ? response.headers.at("allow") : ""), allow) << what;
+}
 
 class RoutingTest : public GatewayTest {
   protected:
@@ -132,7 +163,7 @@ TEST_F(RoutingTest, SdkPrintsNothingWhenTheDaemonFails) {
 TEST_F(RoutingTest, SdkWithOtherMethodsIsNotAllowed) {
     for (const char *method : {"PUT", "DELETE"}) {
         HttpResponse response = request(method, port(), "/sdk.cgi?json=x", "json=y");
-        EXPECT_EQ(response.status, 405) << method;
+        expect_not_allowed(response, kAllowGetAndPost, method);
     }
     no_bus_traffic();
 }
@@ -162,7 +193,7 @@ TEST_F(RoutingTest, SendDatDropsTheReply) {
 TEST_F(RoutingTest, SendDatWithGetIsNotAllowed) {
     const size_t before = env().error_log_size();
     HttpResponse response = get(port(), "/send.dat?json=" + kDeviceJsonEscaped);
-    EXPECT_EQ(response.status, 405);
+    expect_not_allowed(response, kAllowPostOnly, "GET");
     EXPECT_TRUE(env().wait_for_log("send.dat doing", std::chrono::seconds(5), before));
     no_bus_traffic();
 }
@@ -197,7 +228,7 @@ TEST_F(RoutingTest, GetDatPrintsNullForAReplyWithoutText) {
 
 TEST_F(RoutingTest, GetDatWithPostIsNotAllowed) {
     HttpResponse response = post(port(), "/get.dat", "json=1");
-    EXPECT_EQ(response.status, 405);
+    expect_not_allowed(response, kAllowGetOnly, "POST");
     no_bus_traffic();
 }
 
@@ -206,7 +237,7 @@ TEST_F(RoutingTest, GetDatWithPostIsNotAllowed) {
 TEST_F(RoutingTest, NetworkWithOtherMethodsIsNotAllowed) {
     for (const char *method : {"PUT", "DELETE", "OPTIONS"}) {
         HttpResponse response = request(method, port(), "/network.cgi?test=1", "test=1");
-        EXPECT_EQ(response.status, 405) << method;
+        expect_not_allowed(response, kAllowGetAndPost, method);
     }
     no_bus_traffic();
 }
@@ -214,8 +245,30 @@ TEST_F(RoutingTest, NetworkWithOtherMethodsIsNotAllowed) {
 TEST_F(RoutingTest, UpdateWithOtherMethodsIsNotAllowed) {
     const size_t before = env().error_log_size();
     HttpResponse response = request("PUT", port(), "/update.cgi", "x");
-    EXPECT_EQ(response.status, 405);
+    expect_not_allowed(response, kAllowGetAndPost, "PUT");
     EXPECT_EQ(env().count_log_lines("purging", before), 0u);
+    no_bus_traffic();
+}
+
+TEST_F(RoutingTest, EveryRefusedMethodIsAnsweredWithTheResourcesAllowList) {
+    const struct {
+        const char *target;
+        const std::string &allow;
+        std::vector<const char *> refused;
+    } resources[] = {
+        {"/network.cgi", kAllowGetAndPost, {"PUT", "DELETE", "OPTIONS", "PATCH"}},
+        {"/sdk.cgi", kAllowGetAndPost, {"PUT", "DELETE", "OPTIONS", "PATCH"}},
+        {"/update.cgi", kAllowGetAndPost, {"PUT", "DELETE", "OPTIONS", "PATCH"}},
+        {"/send.dat", kAllowPostOnly, {"GET", "HEAD", "PUT", "DELETE", "OPTIONS", "PATCH"}},
+        {"/get.dat", kAllowGetOnly, {"POST", "PUT", "DELETE", "OPTIONS", "PATCH"}},
+    };
+    for (const auto &resource : resources) {
+        for (const char *method : resource.refused) {
+            const std::string body = std::string(method) == "GET" || std::string(method) == "HEAD" ? "" : "json=1";
+            const HttpResponse response = request(method, port(), resource.target, body);
+            expect_not_allowed(response, resource.allow, std::string(method) + " " + resource.target);
+        }
+    }
     no_bus_traffic();
 }
 

@@ -4,10 +4,8 @@
 #include "tests/support/process_runner.h"
 
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <pwd.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,7 +27,6 @@ namespace korvex::test {
 namespace {
 
 const char kScript[] = KORVEX_SOURCE_DIR "/scripts/gateway.sh";
-constexpr int kPortInUse = 3;  // exit status of "gateway.sh up" when the port was taken
 constexpr auto kScriptTimeout = std::chrono::seconds(120);
 
 void write_file(const std::string &path, const std::string &content) {
@@ -53,22 +50,6 @@ std::string run_root() {
     fs::create_directories(dir);
     chmod(dir.c_str(), 0755);  // the server's account walks through it
     return dir;
-}
-
-int free_port() {
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) throw std::runtime_error("socket failed");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
-        close(fd);
-        throw std::runtime_error("cannot pick a free port");
-    }
-    close(fd);
-    return ntohs(address.sin_port);
 }
 
 // Runs the script with stdout to out_path and stderr appended to log_path; returns its
@@ -140,27 +121,29 @@ std::unique_ptr<GatewayEnv> GatewayEnv::start(const Options &options) {
         throw std::runtime_error("mkdtemp failed under " + run_root() + ": " + std::strerror(errno));
     env->run_dir_ = pattern;
 
-    for (int attempt = 0;; ++attempt) {
-        env->port_ = free_port();
-        std::vector<std::string> args = {"up",         env->run_dir_, "--port", std::to_string(env->port_),
-                                         "--mpm",      options.mpm,   "--log-level",
-                                         std::to_string(options.log_level),
-                                         "--owner-pid", std::to_string(getpid()),
-                                         "--build-dir", KORVEX_BUILD_DIR};
-        if (!options.with_bus) args.push_back("--no-bus");
-        for (const std::string &dir : options.server_tmp_dirs) {
-            args.push_back("--tmp-dir");
-            args.push_back(dir);
-        }
-        int status = run_and_wait(args, env->run_dir_ + "/harness.out", env->run_dir_ + "/harness.log");
-        if (status == 0) break;
-        if (status == kPortInUse && attempt < 3) continue;
+    // The script chooses the port, reserves it and, should the server find it taken after
+    // all, starts the server again on another one: no other test can take it meanwhile.
+    std::vector<std::string> args = {"up",          env->run_dir_, "--port",      "auto",
+                                     "--mpm",       options.mpm,   "--log-level", std::to_string(options.log_level),
+                                     "--owner-pid", std::to_string(getpid()),     "--build-dir", KORVEX_BUILD_DIR};
+    if (options.first_port != 0) {
+        args.push_back("--first-port");
+        args.push_back(std::to_string(options.first_port));
+    }
+    if (!options.with_bus) args.push_back("--no-bus");
+    for (const std::string &dir : options.server_tmp_dirs) {
+        args.push_back("--tmp-dir");
+        args.push_back(dir);
+    }
+    const int status = run_and_wait(args, env->run_dir_ + "/harness.out", env->run_dir_ + "/harness.log");
+    if (status != 0) {
         std::string log = tail(read_file(env->run_dir_ + "/harness.log"), 40);
         env->keep_run_dir_ = true;  // its destructor runs "down" and leaves the logs
         throw std::runtime_error("gateway.sh up failed (status " + std::to_string(status) + ") in " +
                                  env->run_dir_ + ":\n" + log);
     }
     env->load_env();
+    env->port_ = std::atoi(env->env_value("PORT").c_str());
     env->bus_running_ = options.with_bus;
     return env;
 }
@@ -187,6 +170,14 @@ GatewayEnv::~GatewayEnv() {
     std::error_code ec;
     fs::remove_all(run_dir_, ec);
 }
+
+std::string GatewayEnv::port_lock_file(int port) {
+    // As scripts/gateway/ports.sh names it.
+    const char *dir = std::getenv("KORVEX_PORT_LOCK_DIR");
+    return std::string(dir && *dir ? dir : "/var/tmp/korvex-ports") + "/" + std::to_string(port) + ".lock";
+}
+
+std::string GatewayEnv::harness_log() const { return read_file(run_dir_ + "/harness.log"); }
 
 void GatewayEnv::run_script(const std::vector<std::string> &args, std::string *output) const {
     const std::string out_path = run_dir_ + "/harness.out";

@@ -25,10 +25,14 @@ struct GatewayOptions {
     // Directories made in the server's private /tmp before it starts (needs isolation:
     // start() throws without it).
     std::vector<std::string> server_tmp_dirs;
+    // The port tried first (0: none), taken without checking whether something listens on
+    // it, so that the server's own bind decides (gateway.sh up --first-port). The port is
+    // otherwise free and reserved as always (scripts/gateway/ports.sh).
+    int first_port = 0;
 
     bool operator==(const GatewayOptions &o) const {
         return mpm == o.mpm && with_bus == o.with_bus && log_level == o.log_level &&
-               server_tmp_dirs == o.server_tmp_dirs;
+               server_tmp_dirs == o.server_tmp_dirs && first_port == o.first_port;
     }
 };
 
@@ -36,8 +40,11 @@ class GatewayEnv {
 public:
     using Options = GatewayOptions;
 
-    // Starts everything on a free port; throws std::runtime_error with the log tail on failure.
+    // Starts everything on a free port that gateway.sh chooses and reserves for as long as
+    // the server lives; throws std::runtime_error with the log tail on failure.
     static std::unique_ptr<GatewayEnv> start(const Options &options = Options());
+    // The lock file that reserves `port` for a gateway (held while its server lives).
+    static std::string port_lock_file(int port);
     ~GatewayEnv();
     GatewayEnv(const GatewayEnv &) = delete;
     GatewayEnv &operator=(const GatewayEnv &) = delete;
@@ -57,6 +64,9 @@ public:
     // in RUN_DIR/sanitizer/); always empty outside sanitizer mode. The destructor fails the
     // running test and keeps the run directory when there are any.
     std::vector<std::string> sanitizer_reports() const;
+
+    // What gateway.sh up printed on its standard error (its notes on ports it gave up, say).
+    std::string harness_log() const;
 
     // The server's error log, which also holds the module's trace lines.
     std::string error_log() const;

@@ -113,6 +113,22 @@ Decision judge_origin(const Policy &policy, const RequestHeaders &request, bool 
     return {Verdict::kForeignOrigin, evidence};
 }
 
+// The origin part of a Referer ("scheme://authority"), for naming it: the rest of the
+// address may carry private values.
+std::string_view origin_part(std::string_view referer) {
+    const std::size_t scheme_end = referer.find("://");
+    if (scheme_end == std::string_view::npos) return referer;
+    const std::size_t end = referer.find_first_of("/?#", scheme_end + 3);
+    return referer.substr(0, end);
+}
+
+// What names the page a refused request came from.
+std::string_view evidence_of(const RequestHeaders &request, std::string_view otherwise) {
+    if (request.origin != nullptr) return request.origin;
+    if (request.referer != nullptr) return origin_part(request.referer);
+    return otherwise;
+}
+
 }  // namespace
 
 bool parse_host(std::string_view header, std::string_view *host, unsigned *port) {
@@ -182,7 +198,7 @@ Decision judge(const Policy &policy, const RequestHeaders &request) {
         // Another site, or a sibling name or port of this one: only a trusted origin passes.
         Origin from;
         if (request.origin != nullptr && parse_origin(request.origin, &from) && is_trusted(policy, from)) return {};
-        return {Verdict::kForeignOrigin, request.origin != nullptr ? std::string_view(request.origin) : site};
+        return {Verdict::kForeignOrigin, evidence_of(request, site)};
     }
     if (request.origin != nullptr) {
         Origin from;
@@ -190,14 +206,9 @@ Decision judge(const Policy &policy, const RequestHeaders &request) {
         return judge_origin(policy, request, parsed, from, request.origin);
     }
     if (request.referer != nullptr) {
-        const std::string_view referer = request.referer;
         Origin from;
-        const bool parsed = parse_url_origin(referer, &from);
-        // Only the origin part is named: the rest of the address may carry private values.
-        const std::size_t scheme_end = referer.find("://");
-        const std::size_t end =
-            scheme_end == std::string_view::npos ? referer.size() : referer.find_first_of("/?#", scheme_end + 3);
-        return judge_origin(policy, request, parsed, from, referer.substr(0, end));
+        const bool parsed = parse_url_origin(request.referer, &from);
+        return judge_origin(policy, request, parsed, from, origin_part(request.referer));
     }
     return {};
 }

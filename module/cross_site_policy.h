@@ -53,8 +53,8 @@ enum class Verdict { kPass, kForeignHost, kForeignOrigin };
 
 struct Decision {
     Verdict verdict = Verdict::kPass;
-    // What gave the request away: the Host header, or the foreign origin as sent
-    // ("cross-site" / "same-site" when Sec-Fetch-Site said so without an Origin).
+    // What gave the request away: the Host header, or the foreign origin as sent (the
+    // origin part of a Referer; the Sec-Fetch-Site value when neither was sent).
     std::string_view evidence;
 };
 

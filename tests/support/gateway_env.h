@@ -29,10 +29,14 @@ struct GatewayOptions {
     // it, so that the server's own bind decides (gateway.sh up --first-port). The port is
     // otherwise free and reserved as always (scripts/gateway/ports.sh).
     int first_port = 0;
+    // Configuration read after the main server's (RUN_DIR/conf.d/site.conf), e.g. virtual
+    // hosts with directives of their own; empty: none.
+    std::string site_config;
 
     bool operator==(const GatewayOptions &o) const {
         return mpm == o.mpm && with_bus == o.with_bus && log_level == o.log_level &&
-               server_tmp_dirs == o.server_tmp_dirs && first_port == o.first_port;
+               server_tmp_dirs == o.server_tmp_dirs && first_port == o.first_port &&
+               site_config == o.site_config;
     }
 };
 

@@ -16,6 +16,10 @@ int main() {
         GatewayEnv::Options options;
         options.mpm = "prefork";
         options.log_level = KORVEX_LOG_STATE;  // the production default (errors and notable state)
+        // A second name on the same server with the cross-site check off, to time the check.
+        options.site_config =
+            "<VirtualHost *:*>\n    ServerName 127.0.0.1\n</VirtualHost>\n"
+            "<VirtualHost *:*>\n    ServerName unchecked.bench\n    KorvexCrossSiteCheck off\n</VirtualHost>\n";
         const std::unique_ptr<GatewayEnv> env = GatewayEnv::start(options);
         korvex::test::SimClient sim(env->bus_address());
         std::printf("korvex_bench: prefork gateway on 127.0.0.1:%d, %zu children, log level %d, isolation %s\n",

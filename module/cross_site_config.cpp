@@ -80,7 +80,7 @@ const command_rec kDirectives[] = {
                     "Origins (scheme://host[:port]) whose pages may call the API"),
     AP_INIT_ITERATE("KorvexAllowedHost", directive_function(add_allowed_host), nullptr, RSRC_CONF,
                     "Host names besides ServerName, ServerAlias, localhost and IP literals under which the API answers"),
-    {nullptr, {nullptr}, nullptr, 0, RAW_ARGS, nullptr},
+    {nullptr, nullptr, nullptr, 0, RAW_ARGS, nullptr},
 };
 
 void *create_server_config(apr_pool_t *pool, server_rec *) {

@@ -8,7 +8,7 @@ set -euo pipefail
 source_dir="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build_dir="${KORVEX_FUZZ_BUILD_DIR:-$source_dir/build-fuzz}"
 seconds="${1:-60}"
-targets=(upload_splitter_fuzz body_buffer_fuzz shell_line_fuzz proc_readers_fuzz survey_row_fuzz mac_parser_fuzz)
+targets=(upload_splitter_fuzz body_buffer_fuzz shell_line_fuzz proc_readers_fuzz survey_row_fuzz mac_parser_fuzz cross_site_fuzz)
 
 if ! command -v clang++ >/dev/null; then
     echo "fuzz: clang++ is not installed (scripts/install-deps.sh installs it)" >&2

@@ -62,27 +62,67 @@ MessagePtr build(const DbusData &data, const Call &call, const char *caller) {
     return message;
 }
 
+// How long a thread stops asking the bus who owns a name after the bus left such a query
+// unanswered: a bus that does not read costs one query's time-out, not one per call.
+constexpr std::uint32_t kOwnerQueryPauseMs = 1000;
+thread_local std::uint32_t t_owner_queries_paused_until = 0;
+
+std::uint32_t now_ms() {
+    return static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                          std::chrono::steady_clock::now().time_since_epoch())
+                                          .count());
+}
+
 // Who owns a well-known name now, as a digest of its unique name; 0 when nobody does or
-// the bus did not say. Asked of the bus itself, which answers at once.
+// the bus did not say. Asked of the bus itself, which answers at once when it reads at all.
 std::uint32_t ask_owner(DBusConnection *conn, const char *name) {
+    if (t_owner_queries_paused_until != 0 && silence::before(now_ms(), t_owner_queries_paused_until)) return 0;
     MessagePtr query(dbus_message_new_method_call(peer::kBusDaemon, peer::kBusPath, peer::kBusDaemon,
                                                   peer::kBusGetNameOwner));
     if (!query || !append(query.get(), Arg::string(name))) return 0;
     Error error;
     MessagePtr reply(
         dbus_connection_send_with_reply_and_block(conn, query.get(), peer::kTimeoutBusQuery, error.get()));
+    if (error.is_set() && std::strcmp(error.name(), DBUS_ERROR_NO_REPLY) == 0) {
+        t_owner_queries_paused_until = now_ms() + kOwnerQueryPauseMs;
+        if (t_owner_queries_paused_until == 0) t_owner_queries_paused_until = 1;
+    }
     return reply ? silence::owner_digest(first_string(reply.get())) : 0;
 }
 
+// The owners asked about within one set of calls, so that a name is asked about once.
+class OwnerCache {
+public:
+    explicit OwnerCache(DBusConnection *conn) : conn_(conn) {}
+    std::uint32_t owner_of(const char *name) {
+        for (std::size_t i = 0; i < count_; ++i) {
+            if (std::strcmp(names_[i], name) == 0) return owners_[i];
+        }
+        const std::uint32_t owner = ask_owner(conn_, name);
+        if (count_ < kNames) {
+            names_[count_] = name;
+            owners_[count_++] = owner;
+        }
+        return owner;
+    }
+
+private:
+    static constexpr std::size_t kNames = 8;  // the gateway's daemons
+    DBusConnection *conn_;
+    const char *names_[kNames] = {};
+    std::uint32_t owners_[kNames] = {};
+    std::size_t count_ = 0;
+};
+
 // Admission of every call. A destination in its silent window whose name has changed hands
 // since it went silent (its watchdog started a new daemon) is reached at once.
-void admit_all(DBusConnection *conn, const Call *calls, Slot *slots, std::size_t count) {
+void admit_all(OwnerCache &owners, const Call *calls, Slot *slots, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         const Call &call = calls[i];
         const char *dest = call.kind == Kind::kMethodCall ? call.dest : nullptr;
         slots[i].admitted = silent_peers::admit(dest, call.timeout_ms, call.effect);
         if (silent_peers::is_silent(slots[i].admitted) &&
-            silent_peers::settle_owner(slots[i].admitted, ask_owner(conn, dest))) {
+            silent_peers::settle_owner(slots[i].admitted, owners.owner_of(dest))) {
             slots[i].admitted = silent_peers::admit(dest, call.timeout_ms, call.effect);
         }
     }
@@ -206,7 +246,7 @@ bool same_dest(const char *a, const char *b) { return a != nullptr && b != nullp
 // Tells the table of silent destinations how each call that waited went. All calls of a
 // set left together, so a destination that answered any of them answered in time: its
 // other calls' time-outs (a member it ignores) do not make it silent.
-void settle_all(DBusConnection *conn, const Call *calls, const Slot *slots, std::size_t count, bool connected) {
+void settle_all(OwnerCache &owners, const Call *calls, const Slot *slots, std::size_t count, bool connected) {
     auto answered = [&](const char *dest) {
         for (std::size_t j = 0; j < count; ++j) {
             if (slots[j].answered && same_dest(calls[j].dest, dest)) return true;
@@ -226,7 +266,7 @@ void settle_all(DBusConnection *conn, const Call *calls, const Slot *slots, std:
         const silence::Transition transition = silent_peers::settle(
             slots[i].admitted, timed_out ? silence::Outcome::kTimedOut : silence::Outcome::kNotSent);
         if (transition == silence::Transition::kDeclared) {
-            silent_peers::note_owner(slots[i].admitted, ask_owner(conn, calls[i].dest));
+            silent_peers::note_owner(slots[i].admitted, owners.owner_of(calls[i].dest));
         }
     }
 }
@@ -239,10 +279,11 @@ void exchange(request_rec *r, const char *caller, const Call *calls, Result *res
     if (data == nullptr) return;
 
     auto *slots = static_cast<Slot *>(apr_pcalloc(r->pool, sizeof(Slot) * (count > 0 ? count : 1)));
-    admit_all(data->conn, calls, slots, count);
+    OwnerCache owners(data->conn);
+    admit_all(owners, calls, slots, count);
     send_all(*data, caller, calls, slots, results, count);
     Collector(slots, results, count).run(data->conn);
-    settle_all(data->conn, calls, slots, count, dbus_connection_get_is_connected(data->conn) != 0);
+    settle_all(owners, calls, slots, count, dbus_connection_get_is_connected(data->conn) != 0);
 }
 
 bool no_reply_is_reported(const Call &call, const Result &result) {

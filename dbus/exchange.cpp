@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "dbus/connection.h"
+#include "dbus/name_owner.h"
 #include "dbus/silent_peers.h"
 #include "base/log.h"
 
@@ -61,58 +62,6 @@ MessagePtr build(const DbusData &data, const Call &call, const char *caller) {
     }
     return message;
 }
-
-// How long a thread stops asking the bus who owns a name after the bus left such a query
-// unanswered: a bus that does not read costs one query's time-out, not one per call.
-constexpr std::uint32_t kOwnerQueryPauseMs = 1000;
-thread_local std::uint32_t t_owner_queries_paused_until = 0;
-
-std::uint32_t now_ms() {
-    return static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                          std::chrono::steady_clock::now().time_since_epoch())
-                                          .count());
-}
-
-// Who owns a well-known name now, as a digest of its unique name; 0 when nobody does or
-// the bus did not say. Asked of the bus itself, which answers at once when it reads at all.
-std::uint32_t ask_owner(DBusConnection *conn, const char *name) {
-    if (t_owner_queries_paused_until != 0 && silence::before(now_ms(), t_owner_queries_paused_until)) return 0;
-    MessagePtr query(dbus_message_new_method_call(peer::kBusDaemon, peer::kBusPath, peer::kBusDaemon,
-                                                  peer::kBusGetNameOwner));
-    if (!query || !append(query.get(), Arg::string(name))) return 0;
-    Error error;
-    MessagePtr reply(
-        dbus_connection_send_with_reply_and_block(conn, query.get(), peer::kTimeoutBusQuery, error.get()));
-    if (error.is_set() && std::strcmp(error.name(), DBUS_ERROR_NO_REPLY) == 0) {
-        t_owner_queries_paused_until = now_ms() + kOwnerQueryPauseMs;
-        if (t_owner_queries_paused_until == 0) t_owner_queries_paused_until = 1;
-    }
-    return reply ? silence::owner_digest(first_string(reply.get())) : 0;
-}
-
-// The owners asked about within one set of calls, so that a name is asked about once.
-class OwnerCache {
-public:
-    explicit OwnerCache(DBusConnection *conn) : conn_(conn) {}
-    std::uint32_t owner_of(const char *name) {
-        for (std::size_t i = 0; i < count_; ++i) {
-            if (std::strcmp(names_[i], name) == 0) return owners_[i];
-        }
-        const std::uint32_t owner = ask_owner(conn_, name);
-        if (count_ < kNames) {
-            names_[count_] = name;
-            owners_[count_++] = owner;
-        }
-        return owner;
-    }
-
-private:
-    static constexpr std::size_t kNames = 8;  // the gateway's daemons
-    DBusConnection *conn_;
-    const char *names_[kNames] = {};
-    std::uint32_t owners_[kNames] = {};
-    std::size_t count_ = 0;
-};
 
 // Admission of every call. A destination in its silent window whose name has changed hands
 // since it went silent (its watchdog started a new daemon) is reached at once.

@@ -2,6 +2,7 @@
 korvex_layer_library(korvex_dbus
   ${CMAKE_CURRENT_LIST_DIR}/connection.cpp
   ${CMAKE_CURRENT_LIST_DIR}/exchange.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/name_owner.cpp
   ${CMAKE_CURRENT_LIST_DIR}/no_reply_log.cpp
   ${CMAKE_CURRENT_LIST_DIR}/peer_catalog.cpp
   ${CMAKE_CURRENT_LIST_DIR}/primitives.cpp

@@ -22,6 +22,25 @@ ServerConfig *config_of(server_rec *s) {
     return static_cast<ServerConfig *>(ap_get_module_config(s->module_config, &korvex_module));
 }
 
+void append_names(apr_array_header_t *to, const apr_array_header_t *names) {
+    if (names == nullptr) return;
+    for (int i = 0; i < names->nelts; ++i)
+        *static_cast<const char **>(apr_array_push(to)) = APR_ARRAY_IDX(names, i, const char *);
+}
+
+void log_refusal(request_rec *r, const Decision &decision) {
+    const int length = static_cast<int>(decision.evidence.size() > 200 ? 200 : decision.evidence.size());
+    if (decision.verdict == Verdict::kForeignHost) {
+        KLOG_AS(KORVEX_LOG_STATE, "cross_site_check", "request for an unknown host refused: %s %s, Host: %.*s\n",
+                r->method, r->uri, length, decision.evidence.data());
+    } else {
+        KLOG_AS(KORVEX_LOG_STATE, "cross_site_check", "cross-site request refused: %s %s from %.*s\n", r->method,
+                r->uri, length, decision.evidence.data());
+    }
+}
+
+}  // namespace
+
 const char *set_check(cmd_parms *cmd, void *, int on) {
     config_of(cmd->server)->check = on ? 1 : 0;
     return nullptr;
@@ -47,41 +66,6 @@ const char *add_allowed_host(cmd_parms *cmd, void *, const char *value) {
     return nullptr;
 }
 
-void append_names(apr_array_header_t *to, const apr_array_header_t *names) {
-    if (names == nullptr) return;
-    for (int i = 0; i < names->nelts; ++i)
-        *static_cast<const char **>(apr_array_push(to)) = APR_ARRAY_IDX(names, i, const char *);
-}
-
-void log_refusal(request_rec *r, const Decision &decision) {
-    const int length = static_cast<int>(decision.evidence.size() > 200 ? 200 : decision.evidence.size());
-    if (decision.verdict == Verdict::kForeignHost) {
-        KLOG_AS(KORVEX_LOG_STATE, "cross_site_check", "request for an unknown host refused: %s %s, Host: %.*s\n",
-                r->method, r->uri, length, decision.evidence.data());
-    } else {
-        KLOG_AS(KORVEX_LOG_STATE, "cross_site_check", "cross-site request refused: %s %s from %.*s\n", r->method,
-                r->uri, length, decision.evidence.data());
-    }
-}
-
-// Apache keeps every directive function under one untyped pointer type; going through
-// void (*)() says the cast is meant.
-template <typename Function>
-cmd_func directive_function(Function *function) {
-    return reinterpret_cast<cmd_func>(reinterpret_cast<void (*)()>(function));
-}
-
-}  // namespace
-
-const command_rec kDirectives[] = {
-    AP_INIT_FLAG("KorvexCrossSiteCheck", directive_function(set_check), nullptr, RSRC_CONF,
-                 "On (default): refuse requests that browsers mark as cross-site, and unknown host names"),
-    AP_INIT_ITERATE("KorvexTrustedOrigin", directive_function(add_trusted_origin), nullptr, RSRC_CONF,
-                    "Origins (scheme://host[:port]) whose pages may call the API"),
-    AP_INIT_ITERATE("KorvexAllowedHost", directive_function(add_allowed_host), nullptr, RSRC_CONF,
-                    "Host names besides ServerName, ServerAlias, localhost and IP literals under which the API answers"),
-    {nullptr, nullptr, nullptr, 0, RAW_ARGS, nullptr},
-};
 
 void *create_server_config(apr_pool_t *pool, server_rec *) {
     auto *config = static_cast<ServerConfig *>(apr_pcalloc(pool, sizeof(ServerConfig)));

@@ -7,8 +7,11 @@
 
 namespace korvex::cross_site {
 
-// The module record's directive table and per-server configuration functions.
-extern const command_rec kDirectives[];
+// The per-server configuration functions of the module record, and its directives (listed
+// in module/server_directives.cpp).
+const char *set_check(cmd_parms *cmd, void *, int on);
+const char *add_trusted_origin(cmd_parms *cmd, void *, const char *value);
+const char *add_allowed_host(cmd_parms *cmd, void *, const char *value);
 void *create_server_config(apr_pool_t *pool, server_rec *s);
 void *merge_server_config(apr_pool_t *pool, void *base, void *add);
 

@@ -11,6 +11,7 @@
 #include "module/command_catalog.h"
 #include "module/cross_site_config.h"
 #include "module/request_handler.h"
+#include "module/server_directives.h"
 #include "registry/handlers.h"
 
 namespace {
@@ -77,6 +78,7 @@ void initialize_child(apr_pool_t *child_pool, server_rec *s) {
 void register_hooks(apr_pool_t *) {
     korvex::apache_log::register_hooks();
     ap_hook_child_init(initialize_child, nullptr, nullptr, APR_HOOK_MIDDLE);
+    ap_hook_pre_config(korvex::directives::reset_server_wide, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_post_config(shm_counter_post_config, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_handler(korvex_handler, nullptr, nullptr, APR_HOOK_MIDDLE);
 }
@@ -97,7 +99,7 @@ KORVEX_EXPORT module AP_MODULE_DECLARE_DATA korvex_module = {
     nullptr,
     korvex::cross_site::create_server_config,
     korvex::cross_site::merge_server_config,
-    korvex::cross_site::kDirectives,
+    korvex::directives::kTable,
     register_hooks,
     0,
 };

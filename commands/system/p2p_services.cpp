@@ -1,7 +1,6 @@
 // Remote access through the P2P services: the TUTK tunnel (P2PTunnelServer) and the Orbweb
 // client (orbwebm2m), each switched on by storing its 20-character device identifier and
 // off by storing an empty one; the P2P account both services use; the super-user password.
-#include <cstdlib>
 #include <cstring>
 
 #include "base/log.h"
@@ -9,6 +8,7 @@
 #include "commands/system/value_checks.h"
 #include "dbus/peer_catalog.h"
 #include "dbus/primitives.h"
+#include "registry/deployment_settings.h"
 #include "registry/handlers.h"
 
 namespace {
@@ -24,11 +24,6 @@ constexpr char kSuPasswordKey[] = "SU_PASSWORD";
 constexpr char kSsidKey[] = "SSID1";
 
 constexpr std::size_t kIdentifierLength = 20;
-
-// The Orbweb rendezvous server is a deployment setting: the server's environment (for
-// instance /etc/apache2/envvars) may name another one.
-constexpr char kOrbwebHostVariable[] = "KORVEX_ORBWEB_HOST";
-constexpr char kOrbwebDefaultHost[] = "rendezvous.orbweb.com";
 
 // The account setters store without committing ("p2paccountcommit" applies them). The
 // password messages have no line break, unlike the user-name message.
@@ -54,23 +49,31 @@ Account read_account(request_rec *r) {
 struct P2pService {
     const char *key;
     const char *stop_line;
-    void (*start)(request_rec *r, const char *identifier, const char *stored, const Account &account,
+    // False when the service could not be started.
+    bool (*start)(request_rec *r, const char *identifier, const char *stored, const Account &account,
                   const char *ssid);
     bool reads_ssid;
 };
 
 // The tunnel starts with the identifier as the platform stored it and the access point's SSID.
-void start_tutk(request_rec *r, const char *, const char *stored, const Account &account, const char *ssid) {
+bool start_tutk(request_rec *r, const char *, const char *stored, const Account &account, const char *ssid) {
     run_shell(r, peer::kDoSystem30s, "P2PTunnelServer %s %s %s %s&",
               {stored, account.user_name, account.password, ssid});
+    return true;
 }
 
-// The Orbweb client starts with the identifier as given and the rendezvous server.
-void start_orbweb(request_rec *r, const char *identifier, const char *, const Account &account, const char *) {
-    const char *configured = std::getenv(kOrbwebHostVariable);
-    const char *host = (configured != nullptr && *configured != '\0') ? configured : kOrbwebDefaultHost;
+// The Orbweb client starts with the identifier as given and the rendezvous server, which
+// only the deployment knows: without one configured the client is not started at all.
+bool start_orbweb(request_rec *r, const char *identifier, const char *, const Account &account, const char *) {
+    const char *host = korvex::deployment::orbweb_host();
+    if (host == nullptr) {
+        KLOG(KORVEX_LOG_ERROR, "orbwebm2m not started: no rendezvous host configured (KorvexOrbwebHost or %s)\n",
+             korvex::deployment::kOrbwebHostVariable);
+        return false;
+    }
     run_shell(r, peer::kDoSystem30s, "orbwebm2m -H %s %s -B -U %s -P %s &",
               {identifier, host, account.user_name, account.password});
+    return true;
 }
 
 constexpr P2pService kTutk{kTutkUuidKey, "killall P2PTunnelServer", start_tutk, true};
@@ -91,8 +94,7 @@ int set_identifier(request_rec *r, const char *value, const P2pService &service,
         korvex::nvram_commit(r);
         if (stored != nullptr) {
             print_reply(r, stored, Reply::kAlways);
-            service.start(r, value, stored, account, ssid);
-            ret = 1;
+            ret = service.start(r, value, stored, account, ssid) ? 1 : 0;
         }
     } else if (length == 0) {
         korvex::nvram_set(r, service.key, "");

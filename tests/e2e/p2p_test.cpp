@@ -27,8 +27,9 @@ const std::string kFactorySsid = "Korvex-QTR58-3457";
 // An identifier of the right length (20) that differs from both factory identifiers.
 const std::string kNewId = "QX3M7PZR2KD9WB4TNA5E";
 
-// The rendezvous server when the server's environment names none.
-const std::string kRendezvous = "rendezvous.orbweb.com";
+// The rendezvous server as the server's configuration names it.
+const std::string kRendezvous = "rendezvous.example.test";
+const std::string kRendezvousConfig = "KorvexOrbwebHost " + kRendezvous + "\n";
 
 // Account texts a shell would take apart if they reached it unquoted; each injection
 // prints INJECTED.
@@ -43,6 +44,11 @@ const std::string kHostileSsidWord = "'" + kHostileSsid + "'";
 
 class P2pTest : public CommandTest {
 protected:
+    static void SetUpTestSuite() {
+        GatewayEnv::Options options;
+        options.site_config = kRendezvousConfig;
+        use_env(options);
+    }
     void admin_rule(const std::string &member, const std::string &mode) {
         sim().set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":)"
                        R"("com.KorvexLabs.platform.admin","member":")" +

@@ -14,7 +14,6 @@
 #include "dbus/peer_catalog.h"
 #include "base/log.h"
 #include "base/process_lock.h"
-#include "base/rate_limit.h"
 
 namespace {
 
@@ -36,17 +35,9 @@ thread_local int t_tid = 0;
 std::once_flag g_atfork_once;
 void forget_tid_after_fork() { t_tid = 0; }
 
-// While the bus is down every call tries to connect and fails the same way: one record a
-// second per child is enough to tell, and the next one says how many were left out.
-korvex::LogRateLimit g_connection_errors(std::chrono::seconds(1));
-
+// While the bus is down every call tries to connect and fails the same way; the server's
+// log sink writes such a repeated record at most once a second and counts the rest.
 void log_connection_error(const char *reason) {
-    unsigned left_out = 0;
-    if (!g_connection_errors.allow(korvex::LogRateLimit::Clock::now(), &left_out)) return;
-    if (left_out > 0) {
-        korvex_log_write(KORVEX_LOG_ERROR, "dbus_init", __LINE__, KORVEX_LOG_TAG,
-                         "%u Connection Error records left out\n", left_out);
-    }
     korvex_log_write(KORVEX_LOG_ERROR, "dbus_init", __LINE__, KORVEX_LOG_TAG, "Connection Error (%s)\n", reason);
 }
 

@@ -235,10 +235,6 @@ void exchange(request_rec *r, const char *caller, const Call *calls, Result *res
     settle_all(owners, calls, slots, count, dbus_connection_get_is_connected(data->conn) != 0);
 }
 
-bool no_reply_is_reported(const Call &call, const Result &result) {
-    return result.outcome != Outcome::kFailedFast || silent_peers::report_fast_failure(call.dest);
-}
-
 bool first_int32(DBusMessage *reply, dbus_int32_t *out) {
     DBusMessageIter iter;
     if (!dbus_message_iter_init(reply, &iter)) return false;

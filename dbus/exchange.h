@@ -78,10 +78,6 @@ inline Result exchange_one(request_rec *r, const char *caller, const Call &call)
     return result;
 }
 
-// Whether a call without reply gets its "No reply" record: every call that waited does;
-// of those that failed at once, one a second per destination and process.
-bool no_reply_is_reported(const Call &call, const Result &result);
-
 // First reply argument as a 32-bit integer (signed or unsigned, same bits). False when the
 // reply has no argument or its first argument is of another type.
 bool first_int32(DBusMessage *reply, dbus_int32_t *out);

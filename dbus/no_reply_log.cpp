@@ -5,8 +5,7 @@
 
 namespace korvex::dbus {
 
-void log_no_reply(const char *func, NoReplyText text, const Call &call, const Result &result) {
-    if (!no_reply_is_reported(call, result)) return;
+void log_no_reply(const char *func, NoReplyText text, const Call &call, const Result &) {
     const char *sent = or_absent(call.args[0].text);
     const char *dest = or_absent(call.dest);
     switch (text) {

@@ -10,7 +10,6 @@
 #include <new>
 
 #include "base/log.h"
-#include "base/rate_limit.h"
 #include "dbus/peer_catalog.h"
 
 namespace korvex::dbus::silent_peers {
@@ -41,12 +40,6 @@ int record_of(const char *dest) {
     }
     return -1;
 }
-
-// Per process: fast failures are many and alike; one record a second per destination tells.
-struct FastFailureLimit : LogRateLimit {
-    FastFailureLimit() : LogRateLimit(std::chrono::seconds(1)) {}
-};
-FastFailureLimit g_fast_failure_limits[kRecordCount];
 
 void log_transition(const char *dest, const silence::Settled &settled) {
     switch (settled.transition) {
@@ -116,17 +109,6 @@ bool settle_owner(const Call &call, std::uint32_t owner) {
     if (settled.transition != silence::Transition::kRecovered) return false;
     KLOG(KORVEX_LOG_STATE, "%s has a new owner after %u ms of silence: calls go to it again\n",
          peer::kAllBusNames[call.record], settled.silent_ms);
-    return true;
-}
-
-bool report_fast_failure(const char *dest) {
-    const int record = record_of(dest);
-    if (record < 0) return true;
-    unsigned left_out = 0;
-    if (!g_fast_failure_limits[record].allow(LogRateLimit::Clock::now(), &left_out)) return false;
-    if (left_out > 0) {
-        KLOG(KORVEX_LOG_ERROR, "%u No reply records left out for %s\n", left_out, peer::kAllBusNames[record]);
-    }
     return true;
 }
 

@@ -36,10 +36,6 @@ void note_owner(const Call &call, std::uint32_t owner);
 // is another process than the one that went silent. True when the silence is over.
 bool settle_owner(const Call &call, std::uint32_t owner);
 
-// For a call that failed at once: whether its "No reply" record is written now. At most one
-// a second per destination and process; the next one written is preceded by the count of
-// those left out.
-bool report_fast_failure(const char *dest);
 
 // The system-wide monotonic clock in milliseconds, modulo 2^32.
 std::uint32_t now_ms();

@@ -3,9 +3,12 @@
 #include "module/apache_log_sink.h"
 
 #include <atomic>
+#include <cstring>
 
 #include "base/apache_shim.h"
 #include "base/log.h"
+#include "base/record_thinner.h"
+#include "dbus/peer_catalog.h"
 #include "module/apache_log_levels.h"
 
 extern "C" {
@@ -29,9 +32,44 @@ int enabled(int level) {
 
 // No source file: Apache would print its own position here, not the caller's (the record
 // carries the caller's function and line already).
-void write(int level, const char *record, size_t) {
-    ap_log_error_(nullptr, 0, korvex_module.module_index, apache_level(level), 0,
-                  g_server.load(std::memory_order_acquire), "%s", record);
+struct ApacheOutput : RecordThinner::Output {
+    void record(int level, const char *text, std::size_t) override {
+        ap_log_error_(nullptr, 0, korvex_module.module_index, apache_level(level), 0,
+                      g_server.load(std::memory_order_acquire), "%s", text);
+    }
+    void left_out(int level, unsigned count, const char *sample) override {
+        ap_log_error_(nullptr, 0, korvex_module.module_index, apache_level(level), 0,
+                      g_server.load(std::memory_order_acquire), "%u more like this left out: %s", count, sample);
+    }
+};
+
+// Records at the levels a production server keeps are thinned, per child; trace records
+// are for debugging, where every one counts.
+RecordThinner g_thinner;
+
+std::uint64_t fnv1a(const char *text, std::size_t length, std::uint64_t hash = 14695981039346656037ull) {
+    for (std::size_t i = 0; i < length; ++i) hash = (hash ^ static_cast<unsigned char>(text[i])) * 1099511628211ull;
+    return hash;
+}
+
+// What makes two records the same failure: where they were written ("function:line") and
+// the daemon they are about, whatever values they quote.
+std::uint64_t failure_key(const char *record, std::size_t length) {
+    const char *space = static_cast<const char *>(std::memchr(record, ' ', length));
+    std::uint64_t key = fnv1a(record, space != nullptr ? static_cast<std::size_t>(space - record) : length);
+    for (const char *name : peer::kAllBusNames) {
+        if (std::strstr(record, name) != nullptr) return fnv1a(name, std::strlen(name), key);
+    }
+    return key;
+}
+
+void write(int level, const char *record, size_t length) {
+    ApacheOutput out;
+    if (level < KORVEX_LOG_REQUEST) {
+        out.record(level, record, length);
+        return;
+    }
+    g_thinner.submit(failure_key(record, length), level, record, length, RecordThinner::Clock::now(), out);
 }
 
 constexpr korvex_log_sink kSink = {enabled, write};

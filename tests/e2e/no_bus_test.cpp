@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <algorithm>
 #include <fstream>
 #include <future>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -111,34 +113,51 @@ TEST_F(NoBusTest, TestCommandStillAnswersAndEachCallFails) {
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.body, "in testAPI, value: 3<br>test done");
     ASSERT_TRUE(env().wait_for_log("leave testAPI", std::chrono::seconds(5), before_));
-    // Every call tries to connect once more and fails; the repeated connection error is
-    // written at most once a second.
+    // Every call tries to connect once more and fails the same way; a record repeated
+    // within a second is held back (and counted later), so each is written at most once.
     const std::string failed = no_data("apache_dbus_string_message");
     std::vector<std::string> failures, connection_errors;
     for (const std::string &line : errors_since_setup()) {
         (line == failed ? failures : connection_errors).push_back(line);
     }
-    EXPECT_EQ(failures.size(), 3u);
+    EXPECT_EQ(failures.size(), 1u);
     EXPECT_LE(connection_errors.size(), 1u);
     for (const std::string &line : connection_errors) EXPECT_EQ(line, connection_error());
 }
 
+// Children of their own, whose only records so far are those of their start.
+class FreshNoBusTest : public NoBusTest {
+protected:
+    static void SetUpTestSuite() {
+        GatewayEnv::Options options;
+        options.with_bus = false;
+        options.log_level = KORVEX_LOG_CHILD;
+        options.site_config = "# children whose records start from nothing\n";
+        use_env(options);
+    }
+};
+
 // One keep-alive connection, so that both requests reach the same child.
-TEST_F(NoBusTest, RepeatedConnectionErrorsAreWrittenOnceASecondWithACount) {
+TEST_F(FreshNoBusTest, RepeatedFailureRecordsAreWrittenOnceASecondWithACount) {
     KeepAliveClient client(port());
-    // A second without errors first, whatever earlier tests left in this child's count.
+    // A second without errors first: the child's start wrote its connection error.
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     EXPECT_EQ(client.get("/network.cgi?test=3"), "in testAPI, value: 3<br>test done");
     const size_t middle = env().error_log_size();
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     EXPECT_EQ(client.get("/network.cgi?test=1"), "in testAPI, value: 1<br>test done");
     ASSERT_TRUE(env().wait_for_log("leave testAPI", std::chrono::seconds(5), middle));
-    const std::vector<std::string> second = module_log_lines(env().error_log_since(middle), "[korvex:error]");
-    ASSERT_EQ(second.size(), 3u);
-    // Of the first request's three attempts only the first was written.
-    EXPECT_EQ(second[0], "[korvex:error] [pid N] dbus_init:L apache: 2 Connection Error records left out");
-    EXPECT_EQ(second[1], connection_error());
-    EXPECT_EQ(second[2], no_data("apache_dbus_string_message"));
+    std::vector<std::string> second = module_log_lines(env().error_log_since(middle), "[korvex:error]");
+    // The count quotes the record's own position; its line number is the code's business.
+    for (std::string &line : second) line = std::regex_replace(line, std::regex(R"(left out: (\w+):\d+ )"), "left out: $1:L ");
+    // Of the first request's three attempts only the first was written; the second request
+    // says how many were left out before it writes its own.
+    const std::string connection = connection_error().substr(std::string("[korvex:error] [pid N] ").size());
+    const std::string failure = no_data("apache_dbus_string_message").substr(std::string("[korvex:error] [pid N] ").size());
+    EXPECT_EQ(second, (std::vector<std::string>{"[korvex:error] [pid N] 2 more like this left out: " + connection,
+                                                connection_error(),
+                                                "[korvex:error] [pid N] 2 more like this left out: " + failure,
+                                                no_data("apache_dbus_string_message")}));
 }
 
 TEST_F(NoBusTest, ForwardingResourcesAnswerWithoutReplies) {
@@ -147,7 +166,9 @@ TEST_F(NoBusTest, ForwardingResourcesAnswerWithoutReplies) {
     HttpResponse sent = post(port(), "/send.dat", "json=1");
     EXPECT_EQ(sent.status, 200);
     EXPECT_EQ(sent.body, "");
-    EXPECT_EQ(module_log_lines(env().error_log_since(before_), "dbusData is NULL").size(), 3u);
+    // Each failed; the same record repeated within its interval is held back and counted
+    // later (FreshNoBusTest below), so at most one record per request is written.
+    EXPECT_LE(module_log_lines(env().error_log_since(before_), "dbusData is NULL").size(), 3u);
 }
 
 TEST_F(NoBusTest, UpdateStillAnswers) {
@@ -162,9 +183,11 @@ TEST_F(NoBusTest, UpdateStillAnswers) {
     for (const std::string &line : errors_since_setup()) {
         if (line.find("dbusData is NULL") != std::string::npos) failed.push_back(line);
     }
-    EXPECT_EQ(failed, (std::vector<std::string>{no_data("apache_dbus_string_message"),
-                                                no_data("dbus_signal_update_alive"),
-                                                no_data("apache_dbus_send_str_ret_int")}));
+    // The alive signal and the updater start fail where nothing else in this suite does, so
+    // their records are written; the firmware-date read may be thinned by earlier requests.
+    const std::vector<std::string> own(failed.end() - std::min<size_t>(failed.size(), 2), failed.end());
+    EXPECT_EQ(own, (std::vector<std::string>{no_data("dbus_signal_update_alive"),
+                                             no_data("apache_dbus_send_str_ret_int")}));
 }
 
 TEST_F(NoBusTest, ChildWithoutConnectionSaysSoWhenItEnds) {

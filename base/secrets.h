@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstring>
+#include <string_view>
 
 namespace korvex {
 
@@ -16,6 +17,18 @@ inline bool is_secret_key(const char *key) {
     if (key == nullptr) return false;
     for (const char *secret : kSecretKeys) {
         if (std::strcmp(key, secret) == 0) return true;
+    }
+    return false;
+}
+
+// Commands whose value is one of those secrets (the names clients send): no log shows what
+// they were given, the server's access log included.
+inline constexpr const char *kSecretCommands[] = {"setappwd",  "setstapwd", "setpppoepassword",
+                                                  "setp2ppwd", "setSUpwd",  "setTelldusSecret"};
+
+inline bool is_secret_command(std::string_view name) {
+    for (const char *secret : kSecretCommands) {
+        if (name == secret) return true;
     }
     return false;
 }

@@ -12,6 +12,8 @@ korvex_layer_library(korvex_module
   ${CMAKE_CURRENT_LIST_DIR}/cross_site_policy.cpp
   ${CMAKE_CURRENT_LIST_DIR}/cross_site_config.cpp
   ${CMAKE_CURRENT_LIST_DIR}/server_directives.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/secret_query.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/access_log_masking.cpp
   ${CMAKE_CURRENT_LIST_DIR}/request_arguments.cpp)
 target_link_libraries(korvex_module PUBLIC korvex_base PRIVATE korvex_commands korvex_registry korvex_dbus)
 if(KORVEX_FAULT_HOOKS)

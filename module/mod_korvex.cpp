@@ -7,6 +7,7 @@
 #include "base/guard.h"
 #include "base/log.h"
 #include "registry/module_config.h"
+#include "module/access_log_masking.h"
 #include "module/apache_log_sink.h"
 #include "module/command_catalog.h"
 #include "module/cross_site_config.h"
@@ -77,6 +78,7 @@ void initialize_child(apr_pool_t *child_pool, server_rec *s) {
 
 void register_hooks(apr_pool_t *) {
     korvex::apache_log::register_hooks();
+    korvex::access_log::register_hooks();
     ap_hook_child_init(initialize_child, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_pre_config(korvex::directives::reset_server_wide, nullptr, nullptr, APR_HOOK_MIDDLE);
     ap_hook_post_config(shm_counter_post_config, nullptr, nullptr, APR_HOOK_MIDDLE);

@@ -160,6 +160,14 @@ void forbid_active_content(request_rec *r) {
 
 }  // namespace
 
+bool is_korvex_resource(const char *handler_name) {
+    if (handler_name == nullptr) return false;
+    for (const Resource &resource : kResources) {
+        if (std::strcmp(handler_name, resource.handler_name) == 0) return true;
+    }
+    return false;
+}
+
 // A failure inside the module (an exception) answers 500 with the reason in the log,
 // never a 200 with a cut-off body.
 int korvex_handler(request_rec *r) {

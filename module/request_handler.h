@@ -5,3 +5,6 @@
 #include "base/apache_shim.h"
 
 int korvex_handler(request_rec *r);
+
+// One of the five handler names above.
+bool is_korvex_resource(const char *handler_name);

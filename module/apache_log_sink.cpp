@@ -46,6 +46,7 @@ struct ApacheOutput : RecordThinner::Output {
 // Records at the levels a production server keeps are thinned, per child; trace records
 // are for debugging, where every one counts.
 RecordThinner g_thinner;
+std::atomic<bool> g_thinning{true};
 
 std::uint64_t fnv1a(const char *text, std::size_t length, std::uint64_t hash = 14695981039346656037ull) {
     for (std::size_t i = 0; i < length; ++i) hash = (hash ^ static_cast<unsigned char>(text[i])) * 1099511628211ull;
@@ -65,7 +66,7 @@ std::uint64_t failure_key(const char *record, std::size_t length) {
 
 void write(int level, const char *record, size_t length) {
     ApacheOutput out;
-    if (level < KORVEX_LOG_REQUEST) {
+    if (level < KORVEX_LOG_REQUEST || !g_thinning.load(std::memory_order_relaxed)) {
         out.record(level, record, length);
         return;
     }
@@ -95,6 +96,8 @@ void attach_child(apr_pool_t *, server_rec *s) {
 }
 
 }  // namespace
+
+void set_thinning(bool on) { g_thinning.store(on, std::memory_order_relaxed); }
 
 void register_hooks() {
     ap_hook_post_config(attach_post_config, nullptr, nullptr, APR_HOOK_REALLY_FIRST);

@@ -9,4 +9,8 @@ namespace korvex::apache_log {
 // (and after the configuration pool is cleared), records go to standard error.
 void register_hooks();
 
+// Whether repeated records are thinned (KorvexLogThinning, on by default): set while the
+// configuration is read, back to on at the start of each pass.
+void set_thinning(bool on);
+
 }  // namespace korvex::apache_log

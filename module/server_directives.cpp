@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "module/apache_log_sink.h"
 #include "module/cross_site_config.h"
 #include "module/cross_site_policy.h"
 #include "registry/deployment_settings.h"
@@ -18,6 +19,13 @@ const char *set_orbweb_host(cmd_parms *cmd, void *, const char *value) {
     if (!cross_site::parse_host(value, &host, &port) || port != 0 || host.size() != std::string_view(value).size())
         return apr_psprintf(cmd->pool, "KorvexOrbwebHost: \"%s\" is not a host name", value);
     deployment::set_orbweb_host(apr_pstrdup(cmd->pool, value));
+    return nullptr;
+}
+
+const char *set_log_thinning(cmd_parms *cmd, void *, int on) {
+    if (cmd->server->is_virtual)
+        return "KorvexLogThinning applies to the whole server: set it outside <VirtualHost>";
+    apache_log::set_thinning(on != 0);
     return nullptr;
 }
 
@@ -39,11 +47,14 @@ const command_rec kTable[] = {
                     "Host names besides ServerName, ServerAlias, localhost and IP literals under which the API answers"),
     AP_INIT_TAKE1("KorvexOrbwebHost", directive_function(set_orbweb_host), nullptr, RSRC_CONF,
                   "Host name of the Orbweb rendezvous server that setOrbwebuuid starts its client against"),
+    AP_INIT_FLAG("KorvexLogThinning", directive_function(set_log_thinning), nullptr, RSRC_CONF,
+                 "On (default): a record repeated within its interval is held back and counted"),
     {nullptr, nullptr, nullptr, 0, RAW_ARGS, nullptr},
 };
 
 int reset_server_wide(apr_pool_t *, apr_pool_t *, apr_pool_t *) {
     deployment::reset();
+    apache_log::set_thinning(true);
     return http::kOk;
 }
 

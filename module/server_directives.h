@@ -1,5 +1,5 @@
-// The module's configuration directives: the cross-site check's (module/cross_site_config)
-// and the deployment settings' (KorvexOrbwebHost).
+// The module's configuration directives: the cross-site check's (module/cross_site_config),
+// the deployment settings' (KorvexOrbwebHost) and the log's (KorvexLogThinning).
 #pragma once
 
 #include "base/apache_shim.h"

@@ -120,12 +120,11 @@ std::unique_ptr<GatewayEnv> GatewayEnv::start(const Options &options) {
     if (mkdtemp(pattern.data()) == nullptr)
         throw std::runtime_error("mkdtemp failed under " + run_root() + ": " + std::strerror(errno));
     env->run_dir_ = pattern;
-    if (!options.site_config.empty()) {
-        const std::string dir = env->run_dir_ + "/conf.d";
-        if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST)
-            throw std::runtime_error("cannot make " + dir + ": " + std::strerror(errno));
-        std::ofstream(dir + "/site.conf") << options.site_config;
-    }
+    const std::string conf_dir = env->run_dir_ + "/conf.d";
+    if (mkdir(conf_dir.c_str(), 0755) != 0 && errno != EEXIST)
+        throw std::runtime_error("cannot make " + conf_dir + ": " + std::strerror(errno));
+    if (!options.thin_log_records) std::ofstream(conf_dir + "/log-records.conf") << "KorvexLogThinning off\n";
+    if (!options.site_config.empty()) std::ofstream(conf_dir + "/site.conf") << options.site_config;
 
     // The script chooses the port, reserves it and, should the server find it taken after
     // all, starts the server again on another one: no other test can take it meanwhile.

@@ -32,11 +32,14 @@ struct GatewayOptions {
     // Configuration read after the main server's (RUN_DIR/conf.d/site.conf), e.g. virtual
     // hosts with directives of their own; empty: none.
     std::string site_config;
+    // Repeated log records thinned as in production (KorvexLogThinning). Off by default in
+    // tests, which assert the records each request writes.
+    bool thin_log_records = false;
 
     bool operator==(const GatewayOptions &o) const {
         return mpm == o.mpm && with_bus == o.with_bus && log_level == o.log_level &&
                server_tmp_dirs == o.server_tmp_dirs && first_port == o.first_port &&
-               site_config == o.site_config;
+               site_config == o.site_config && thin_log_records == o.thin_log_records;
     }
 };
 

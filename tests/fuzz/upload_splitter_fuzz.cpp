@@ -26,17 +26,17 @@ Outcome split(const std::string &body, size_t piece, bool declared) {
     korvex::UploadSplitter splitter(pool.get(), declared ? static_cast<apr_off_t>(body.size()) : -1);
     korvex::WriteList list;
     Outcome outcome{korvex::UploadSplitter::Status::kContinue, false, ""};
+    // Each piece is overwritten once it has been taken, as the brigade's buffers would be.
+    std::vector<char> copy(body.begin(), body.end());
     for (size_t fed = 0; fed < body.size(); fed += piece) {
         const size_t n = std::min(piece, body.size() - fed);
-        // Its own buffer, overwritten afterwards as the brigade's would be.
-        std::vector<char> copy(body.begin() + static_cast<long>(fed), body.begin() + static_cast<long>(fed + n));
-        outcome.status = splitter.feed(copy.data(), copy.size(), &list);
+        outcome.status = splitter.feed(copy.data() + fed, n, &list);
         if (outcome.status != korvex::UploadSplitter::Status::kContinue) {
             if (list.count != 0) std::abort();
             return outcome;
         }
         for (int i = 0; i < list.count; ++i) outcome.image.append(list.spans[i].data, list.spans[i].size);
-        std::fill(copy.begin(), copy.end(), '#');
+        std::fill(copy.begin() + static_cast<long>(fed), copy.begin() + static_cast<long>(fed + n), '#');
     }
     outcome.status = splitter.finish();
     outcome.closed = splitter.closed();

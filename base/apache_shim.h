@@ -26,6 +26,7 @@ inline constexpr int kDeclined = DECLINED;
 inline constexpr int kMethodNotAllowed = HTTP_METHOD_NOT_ALLOWED;
 inline constexpr int kInternalServerError = HTTP_INTERNAL_SERVER_ERROR;
 inline constexpr int kRequestEntityTooLarge = HTTP_REQUEST_ENTITY_TOO_LARGE;
+inline constexpr int kServiceUnavailable = HTTP_SERVICE_UNAVAILABLE;
 }  // namespace korvex::http
 
 #undef OK

@@ -53,6 +53,11 @@ int run_shell(request_rec *r, const DbusCallSpec &spec, const char *tmpl, std::i
     return apache_dbus_send_str_ret_int(r, line, &spec);
 }
 
+int run_shell(request_rec *r, const DbusCallSpec &spec, const char *tmpl, std::initializer_list<const char *> values,
+              Delivery *delivery) {
+    return send_str_ret_int(r, korvex::shell_line(r->pool, tmpl, values), spec, delivery);
+}
+
 int switch_service(request_rec *r, const char *value, const ServiceSwitch &service) {
     const std::string_view wanted(value);
     if (wanted == "1") {

@@ -11,6 +11,7 @@
 
 #include "base/apache_shim.h"
 #include "dbus/dbus_types.h"
+#include "dbus/primitives.h"
 
 namespace korvex::shape {
 
@@ -150,5 +151,8 @@ int print_text_call(request_rec *r, const char *argument, const DbusCallSpec &sp
 // (-1 when the call failed). The line is not logged: it may carry a password.
 int run_shell(request_rec *r, const DbusCallSpec &spec, const char *tmpl,
               std::initializer_list<const char *> values = {});
+// The same, also saying how far the call got (dbus/primitives.h).
+int run_shell(request_rec *r, const DbusCallSpec &spec, const char *tmpl, std::initializer_list<const char *> values,
+              Delivery *delivery);
 
 }  // namespace korvex::shape

@@ -112,6 +112,14 @@ void send_all(DbusData &data, const char *caller, const Call *calls, Slot *slots
     }
 }
 
+// An error reply of the bus daemon itself saying that the destination has no owner.
+bool is_no_owner(DBusMessage *error) {
+    const char *sender = dbus_message_get_sender(error);
+    if (sender == nullptr || std::strcmp(sender, peer::kBusDaemon) != 0) return false;
+    return dbus_message_is_error(error, DBUS_ERROR_SERVICE_UNKNOWN) ||
+           dbus_message_is_error(error, DBUS_ERROR_NAME_HAS_NO_OWNER);
+}
+
 class Collector {
 public:
     Collector(Slot *slots, Result *results, std::size_t count) : slots_(slots), results_(results), count_(count) {
@@ -155,6 +163,9 @@ private:
                 if (type == DBUS_MESSAGE_TYPE_METHOD_RETURN) {
                     results_[i].outcome = Outcome::kReply;
                     results_[i].reply = std::move(message);
+                } else {
+                    results_[i].answered_with_error = true;
+                    results_[i].no_owner = is_no_owner(message.get());
                 }
                 return;
             }

@@ -66,6 +66,10 @@ enum class Outcome : unsigned char {
 struct Result {
     Outcome outcome = Outcome::kNoConnection;
     MessagePtr reply;
+    // With kNoReply: an error reply came. no_owner: it came from the bus itself, saying
+    // that nobody owns the destination (the daemon is absent), so the call reached no daemon.
+    bool answered_with_error = false;
+    bool no_owner = false;
 };
 
 // Sends calls[0..count) and fills results[0..count). `caller` names the function in the

@@ -58,9 +58,21 @@ void trace(int level, const char *name, const char *format) {
     if (level != kNoTrace) KLOG_AS(level, name, format, name);
 }
 
-int run_int(request_rec *r, const IntRow &row, const Call &call) {
+korvex::Delivery delivery_of(const Call &call, const Result &result) {
+    if (sent_nothing(result) || result.no_owner) return korvex::Delivery::kNotSent;
+    // A destination that stopped answering: reads are not sent, writes go without waiting.
+    if (result.outcome == Outcome::kFailedFast) {
+        return call.effect == korvex::peer::Effect::kWrite ? korvex::Delivery::kUnanswered
+                                                           : korvex::Delivery::kNotSent;
+    }
+    return result.outcome == Outcome::kReply || result.answered_with_error ? korvex::Delivery::kAnswered
+                                                                           : korvex::Delivery::kUnanswered;
+}
+
+int run_int(request_rec *r, const IntRow &row, const Call &call, korvex::Delivery *delivery = nullptr) {
     trace(row.trace_level, row.name, "enter %s\n");
     const Result result = exchange_one(r, row.name, call);
+    if (delivery != nullptr) *delivery = delivery_of(call, result);
     if (sent_nothing(result)) return row.before_sending;
     int ret = row.without_reply;
     if (result.outcome != Outcome::kReply) {
@@ -172,6 +184,10 @@ int dbus_control_LED(request_rec *r, const char *led, unsigned value, const char
 }
 
 namespace korvex {
+
+int send_str_ret_int(request_rec *r, const char *str, const DbusCallSpec &spec, Delivery *delivery) {
+    return rows::run_int(r, rows::kStrRetInt, Call::method(spec, Arg::string(str)), delivery);
+}
 
 char *nvram_get(request_rec *r, const char *key) {
     return apache_dbus_get_nvram(r, key, peer::kNvramGet.dest, peer::kNvramGet.ifac);

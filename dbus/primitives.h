@@ -40,6 +40,18 @@ const char *text_outcome(request_rec *r, TextPrimitive primitive, const Call &ca
 
 namespace korvex {
 
+// How far a call got.
+enum class Delivery {
+    kNotSent,     // it reached no daemon: no connection, no message, a read to a destination
+                  // that stopped answering, or the bus said nobody owns the destination
+    kUnanswered,  // sent, but no answer came in time: the daemon may still act on it
+    kAnswered,    // the daemon replied, or answered with an error
+};
+
+// apache_dbus_send_str_ret_int (same result, same log records) that also says how far the
+// call got.
+int send_str_ret_int(request_rec *r, const char *str, const DbusCallSpec &spec, Delivery *delivery);
+
 // Shorthands naming a peer-table row instead of three texts.
 inline char *string_message(request_rec *r, const char *str, const DbusCallSpec &spec) {
     return apache_dbus_string_message(r, str, spec.dest, spec.ifac, spec.cmd);

@@ -28,6 +28,11 @@ void before_serve(request_rec *r) {
     if (asked != nullptr && std::strcmp(asked, kForgetSilentPeers) == 0) dbus::silent_peers::forget_all();
 }
 
+apr_interval_time_t purge_pause(request_rec *r, apr_interval_time_t normal) {
+    const char *asked = asked_fault(r);
+    return asked != nullptr && std::strcmp(asked, kNoPurgePause) == 0 ? 0 : normal;
+}
+
 void after_serve(request_rec *r) {
     const char *asked = asked_fault(r);
     if (asked == nullptr) return;
@@ -36,6 +41,7 @@ void after_serve(request_rec *r) {
 }
 #else
 void before_serve(request_rec *) {}
+apr_interval_time_t purge_pause(request_rec *, apr_interval_time_t normal) { return normal; }
 void after_serve(request_rec *) {}
 #endif
 

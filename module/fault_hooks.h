@@ -15,9 +15,16 @@ inline constexpr char kHeader[] = "X-Korvex-Fault";
 inline constexpr char kThrowAfterServe[] = "throw-after-serve";
 inline constexpr char kLogEveryLevel[] = "log-every-level";
 inline constexpr char kForgetSilentPeers[] = "forget-silent-peers";
+// Skip the firmware update's pause after its memory purge, so that a test can send
+// hundreds of uploads.
+inline constexpr char kNoPurgePause[] = "no-purge-pause";
 
 // Acts on kForgetSilentPeers when the hooks are built in; does nothing otherwise.
 void before_serve(request_rec *r);
+
+// The pause after the firmware update's memory purge: `normal`, or none when the request
+// asks for kNoPurgePause and the hooks are built in.
+apr_interval_time_t purge_pause(request_rec *r, apr_interval_time_t normal);
 
 // When the request asks for it and the hooks are built in: throws
 // std::runtime_error("injected fault"), or writes "record at level N" at levels 1 to 6 and

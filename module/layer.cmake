@@ -3,6 +3,9 @@
 # itself (mod_korvex.cpp) is the one source of the mod_korvex target.
 korvex_layer_library(korvex_module
   ${CMAKE_CURRENT_LIST_DIR}/upload_splitter.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/part_header.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/delimiter_scanner.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/upload_pace.cpp
   ${CMAKE_CURRENT_LIST_DIR}/body_buffer.cpp
   ${CMAKE_CURRENT_LIST_DIR}/command_catalog.cpp
   ${CMAKE_CURRENT_LIST_DIR}/apache_log_sink.cpp

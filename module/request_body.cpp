@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "commands/system/firmware_update.h"
 #include "module/body_buffer.h"
+#include "module/upload_pace.h"
 #include "module/upload_splitter.h"
 
 namespace {
@@ -47,15 +48,50 @@ bool declared_length(request_rec *r, const char *func, apr_off_t *declared) {
 
 enum class LoopEnd { kEndOfStream, kReadFailed, kStopped };
 
+// Holds an upload to its pace (module/upload_pace.h): each read may wait no longer than
+// the current window has left, through the connection's socket time-out, which is put
+// back after every read. mod_reqtimeout, where it is loaded, bounds the same reads the same
+// way below us; the earlier bound ends the read, with APR_TIMEUP either way.
+class PacedReads {
+public:
+    explicit PacedReads(request_rec *r) : socket_(ap_get_conn_socket(r->connection)), pace_(apr_time_now()) {}
+    PacedReads(const PacedReads &) = delete;
+    PacedReads &operator=(const PacedReads &) = delete;
+
+    void before_read() {
+        if (socket_ == nullptr || apr_socket_timeout_get(socket_, &saved_) != APR_SUCCESS) return;
+        apr_interval_time_t wait = pace_.wait_left(apr_time_now());
+        if (saved_ >= 0 && saved_ < wait) wait = saved_;
+        changed_ = apr_socket_timeout_set(socket_, wait) == APR_SUCCESS;
+    }
+    void after_read() {
+        if (changed_) apr_socket_timeout_set(socket_, saved_);
+        changed_ = false;
+    }
+    void took(apr_size_t bytes) { pace_.took(bytes, apr_time_now()); }
+    // Whether a failed read was this bound running out.
+    bool gave_up(apr_status_t failure) const {
+        return APR_STATUS_IS_TIMEUP(failure) && pace_.too_slow(apr_time_now());
+    }
+
+private:
+    apr_socket_t *socket_;
+    korvex::UploadPace pace_;
+    apr_interval_time_t saved_ = -1;
+    bool changed_ = false;
+};
+
 // Asks the input filters for pieces until end of stream, a failed read, or until consume
 // returns false. The brigade is emptied every round, so the body never piles up in memory.
-// *failure gets the status of a failed read.
+// *failure gets the status of a failed read. With `paced`, every read is bounded by it.
 template <typename Consume>
 LoopEnd read_pieces(request_rec *r, apr_bucket_brigade *brigade, Consume &&consume,
-                    apr_status_t *failure = nullptr) {
+                    apr_status_t *failure = nullptr, PacedReads *paced = nullptr) {
     for (;;) {
+        if (paced != nullptr) paced->before_read();
         apr_status_t status =
             ap_get_brigade(r->input_filters, brigade, AP_MODE_READBYTES, APR_BLOCK_READ, kPieceSize);
+        if (paced != nullptr) paced->after_read();
         if (status != APR_SUCCESS) {
             apr_brigade_cleanup(brigade);
             if (failure != nullptr) *failure = status;
@@ -194,39 +230,47 @@ int save_uImage(request_rec *r) {
         return HTTP_INTERNAL_SERVER_ERROR;
     }
 
+    using Status = korvex::UploadSplitter::Status;
     korvex::UploadSplitter splitter(r->pool, declared);
-    korvex::UploadSplitter::Status status = korvex::UploadSplitter::Status::kContinue;
+    Status status = Status::kContinue;
     korvex::WriteList list;
     bool written = true;
     apr_status_t read_failure = APR_SUCCESS;
+    PacedReads paced(r);
     apr_bucket_brigade *brigade = apr_brigade_create(r->pool, r->connection->bucket_alloc);
     const LoopEnd end = read_pieces(
         r, brigade,
         [&](const char *data, apr_size_t size) {
+            paced.took(size);
             status = splitter.feed(data, size, &list);
-            if (status != korvex::UploadSplitter::Status::kContinue) return false;
+            if (status != Status::kContinue) return false;
             written = write_spans(upload.file(), list);
             return written;
         },
-        &read_failure);
+        &read_failure, &paced);
 
-    if (status == korvex::UploadSplitter::Status::kOutOfMemory) {
+    if (status == Status::kOutOfMemory) {
         apr_abortfunc_t abort_fn = apr_pool_abort_get(r->pool);
         if (abort_fn == nullptr) ap_log_assert("abort_fn != NULL", "mod_korvex", 187);
         abort_fn(APR_ENOMEM);
         return HTTP_INTERNAL_SERVER_ERROR;
     }
-    if (status != korvex::UploadSplitter::Status::kContinue) return HTTP_BAD_REQUEST;
+    if (status != Status::kContinue) return HTTP_BAD_REQUEST;
     if (!written) return HTTP_INTERNAL_SERVER_ERROR;
 
-    splitter.finish(end == LoopEnd::kEndOfStream, &list);
-    if (!write_spans(upload.file(), list)) return HTTP_INTERNAL_SERVER_ERROR;
     if (end == LoopEnd::kReadFailed) {
+        if (paced.gave_up(read_failure)) {
+            KLOG(KORVEX_LOG_ERROR, "upload slower than %d bytes in %d s: given up\n", static_cast<int>(korvex::kPaceBytes),
+                 static_cast<int>(apr_time_sec(korvex::kPaceWindow)));
+            return HTTP_REQUEST_TIME_OUT;
+        }
         KLOG(KORVEX_LOG_ERROR, "Error reading request body.\n");
-        // A body over LimitRequestBody is 413, a client that went away or sent too little 400.
+        // A body over LimitRequestBody is 413, a read that timed out (mod_reqtimeout, or the
+        // server's Timeout) 408, a client that went away or sent too little 400.
         return ap_map_http_request_error(read_failure, HTTP_BAD_REQUEST);
     }
     KLOG(KORVEX_LOG_TRACE, "Got %d bytes of request body data.\n", static_cast<int>(splitter.received()));
+    if (splitter.finish() != Status::kContinue) return HTTP_BAD_REQUEST;
     if (!splitter.closed()) {
         KLOG(KORVEX_LOG_ERROR, "upload without its closing boundary\n");
         return HTTP_BAD_REQUEST;

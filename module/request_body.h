@@ -14,9 +14,11 @@ enum class BodyStatus {
 // reason in *status (when status is not null). A body whose declared length is over the
 // limit is not read at all.
 char *get_postdata(request_rec *r, BodyStatus *status = nullptr);
-// Streams the one file part of a multipart upload into a file of its own next to
-// kFirmwareImagePath (commands/system/firmware_update.h), and puts that file in the image's place only when the body ended
-// with its closing boundary and every write succeeded. 0 when the image was replaced;
-// otherwise the HTTP status to answer (400 malformed or truncated, 413 over the server's
-// limit, 500 a write failure), the upload's file removed and an earlier image untouched.
+// Streams the content of the upload's file part (module/upload_splitter.h) into a file of
+// its own next to kFirmwareImagePath (commands/system/firmware_update.h), and puts that file
+// in the image's place only when the body ended with its closing boundary and every write
+// succeeded. 0 when the image was replaced; otherwise the HTTP status to answer (400
+// malformed or truncated, 408 a client slower than its pace (module/upload_pace.h) or a read
+// that timed out, 413 over the server's limit, 500 a write failure), the upload's file
+// removed and an earlier image untouched.
 int save_uImage(request_rec *r);

@@ -89,7 +89,8 @@ int receive_image(request_rec *r) {
 
 int serve_update(request_rec *r) {
     if (!method_allowed(r)) return korvex::http::kMethodNotAllowed;
-    return korvex::firmware::update_from_upload(r, receive_image);
+    return korvex::firmware::update_from_upload(r, receive_image,
+                                                korvex::fault::purge_pause(r, korvex::firmware::kPurgePause));
 }
 
 int serve_network(request_rec *r) {

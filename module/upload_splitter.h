@@ -1,89 +1,85 @@
-// Cuts a multipart firmware upload, fed piece by piece as the input filters deliver it,
-// into the byte ranges that belong in the image file: the part header is removed from the
-// first piece and the closing boundary from the end of the body.
+// Cuts a multipart firmware upload, fed piece by piece as the input filters deliver it, into
+// the byte ranges that belong in the image file: exactly the content of the file part.
 //
-// The last boundary length + 6 bytes seen so far are held back, so the closing boundary is
-// removed even when it straddles two pieces; at most that many bytes are ever kept.
+// The body opens with its boundary line; each part is a header, read whole up to its blank
+// line (fields in any order and letter case, at most kPartHeaderLimit bytes), and content up
+// to the next delimiter (CR LF and the boundary line). The image is the content of the first
+// part whose header has a Content-Type field (the file part: browsers send none for plain
+// form fields); other parts are read and dropped. After a delimiter comes either CR LF (the
+// next part) or "--" (the end: anything after it is ignored). Pieces may be cut anywhere,
+// one byte at a time included.
 #pragma once
 
 #include <apr_pools.h>
 
 #include <cstddef>
 
+#include "module/delimiter_scanner.h"
+#include "module/part_header.h"
+
 namespace korvex {
 
-struct ByteSpan {
-    const char *data;
-    std::size_t size;
-};
-
-// Ranges to write, in order. They point into the piece just fed or into the splitter and
-// stay valid until the next call to feed() or finish().
-struct WriteList {
-    ByteSpan spans[2];
-    int count = 0;
-
-    void add(const char *data, std::size_t size);
-    std::size_t total() const;
-};
-
 class UploadSplitter {
- public:
+public:
     enum class Status {
-        kContinue,       // piece taken; write the ranges
-        kOutOfMemory,    // no memory for the boundary
-        kNoContentType,  // no "Content-Type" in the first piece
-        kNoHeaderEnd,    // no "\r\n" after it, or the part header runs past the piece
+        kContinue,         // piece taken; write the ranges
+        kOutOfMemory,      // no memory for the splitter's buffers
+        kNoBoundaryLine,   // the body does not open with "--" and a boundary
+        kHeaderTooLong,    // a boundary line or part header past kPartHeaderLimit bytes
+        kMalformedHeader,  // a part-header line that is no field
+        kNoContentType,    // the body closed without a part that has a Content-Type
+        kBadDelimiter,     // a delimiter followed by neither CR LF nor "--"
+        kNoHeaderEnd,      // the body ended inside a boundary line or part header
     };
 
     // declared_length: the body length from Content-Length, or -1 when the body has none
-    // (chunked); the end of the body is then only known at finish().
+    // (chunked); it only names the last piece in the trace.
     UploadSplitter(apr_pool_t *pool, apr_off_t declared_length);
 
     UploadSplitter(const UploadSplitter &) = delete;
     UploadSplitter &operator=(const UploadSplitter &) = delete;
 
-    // Takes the next piece. Empty pieces are ignored. After a failure status the splitter
-    // takes nothing more.
+    // Takes the next piece; each failure is logged once. Empty pieces are ignored. After a
+    // failure the splitter takes nothing more and keeps answering that failure.
     Status feed(const char *piece, std::size_t size, WriteList *out);
 
-    // The body ended: at its end of stream (reached_end) or by a failed read. Gives the
-    // held-back bytes that still belong in the file.
-    void finish(bool reached_end, WriteList *out);
+    // The body ended at its end of stream. kNoHeaderEnd (logged) when it ended inside a
+    // boundary line or part header; otherwise the status so far. Nothing more is written:
+    // content held back at the end is never image data.
+    Status finish();
 
-    // True once the body ended with its closing boundary ("\r\n--<boundary>--\r\n"): the
-    // upload is complete. Set by the piece that completes a declared length, or by finish()
-    // at the end of a body of unknown length.
+    // True once the closing delimiter ("--" after a delimiter) came after the file part:
+    // the image is complete.
     bool closed() const { return closed_; }
 
-    // Body bytes taken so far, part header and boundaries included.
+    // Body bytes taken so far, headers and boundaries included.
     apr_off_t received() const { return received_; }
-    // The boundary line of the first piece (without its CR LF), or null before it.
+    // The boundary line (without its CR LF), or null before it is complete.
     const char *boundary() const { return boundary_; }
 
- private:
-    Status parse_first(const char *piece, std::size_t size, WriteList *out);
-    void hold_back(const char *data, std::size_t size, WriteList *out);
-    void write_trimmed(const char *data, std::size_t size, WriteList *out);
-    // Whether the last trim_ bytes of first + second (in that order) are the closing boundary.
-    bool ends_with_closing(const char *first, std::size_t first_size, const char *second,
-                           std::size_t second_size) const;
+private:
+    enum class Phase { kBoundaryLine, kPartHeader, kContent, kAfterDelimiter, kEpilogue, kFailed };
+
+    Status fail(Status status);
+    // Each step takes bytes from the piece and returns how many, or sets a failure.
+    std::size_t take_boundary_line(const char *data, std::size_t size);
+    std::size_t take_part_header(const char *data, std::size_t size);
+    std::size_t take_content(const char *data, std::size_t size, WriteList *out);
+    std::size_t take_after_delimiter(const char *data, std::size_t size);
 
     apr_pool_t *pool_;
     apr_off_t declared_;
     apr_off_t received_ = 0;
-    int pieces_ = 0;
-    bool failed_ = false;
+    Phase phase_ = Phase::kBoundaryLine;
+    Status failure_ = Status::kContinue;
+    HeaderCollector header_;
+    DelimiterScanner scanner_;
     char *boundary_ = nullptr;
-    std::size_t trim_ = 0;        // boundary length + 6
-    char *hold_[2] = {nullptr, nullptr};
-    int active_ = 0;              // hold_[active_] holds the held-back bytes
-    std::size_t held_ = 0;
+    bool in_image_ = false;     // the part being read is the file part
+    bool image_seen_ = false;   // the file part's header has been read
+    char after_[2] = {0, 0};    // the bytes after a delimiter
+    std::size_t after_count_ = 0;
     bool closed_ = false;
 };
-
-// First occurrence of needle within [haystack, haystack + size), or null. Binary safe.
-const char *find_bytes(const char *haystack, std::size_t size, const char *needle,
-                       std::size_t needle_size);
 
 }  // namespace korvex

@@ -1,14 +1,25 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang (ASan and UBSan on) in build-fuzz/ and runs each
 # on its seed corpus (tests/fuzz/corpus/NAME), new inputs going to build-fuzz/corpus/NAME.
-#   scripts/fuzz.sh [SECONDS]    each target for SECONDS (default 60; "make fuzz")
+#   scripts/fuzz.sh [SECONDS [TARGET...]]    each target (or the ones named) for SECONDS
+#                                            (default 60; "make fuzz" runs them all)
 # "make test" runs it with 3 seconds a target, so that the targets cannot rot.
 set -euo pipefail
 
 source_dir="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build_dir="${KORVEX_FUZZ_BUILD_DIR:-$source_dir/build-fuzz}"
 seconds="${1:-60}"
-targets=(upload_splitter_fuzz body_buffer_fuzz shell_line_fuzz proc_readers_fuzz survey_row_fuzz mac_parser_fuzz cross_site_fuzz)
+all_targets=(upload_splitter_fuzz part_header_fuzz body_buffer_fuzz shell_line_fuzz proc_readers_fuzz survey_row_fuzz mac_parser_fuzz cross_site_fuzz)
+targets=("${all_targets[@]}")
+if [ "$#" -gt 1 ]; then
+    targets=("${@:2}")
+    for target in "${targets[@]}"; do
+        if [[ " ${all_targets[*]} " != *" $target "* ]]; then
+            echo "fuzz: no target $target (targets: ${all_targets[*]})" >&2
+            exit 2
+        fi
+    done
+fi
 
 if ! command -v clang++ >/dev/null; then
     echo "fuzz: clang++ is not installed (scripts/install-deps.sh installs it)" >&2
@@ -22,7 +33,7 @@ cmake -S "$source_dir" -B "$build_dir" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMP
     -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
     -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=address,undefined" >"$build_dir/configure.log" 2>&1 ||
     { cat "$build_dir/configure.log" >&2; exit 1; }
-cmake --build "$build_dir" --target korvex_fuzzers -j"$(nproc)" >"$build_dir/build.log" 2>&1 ||
+cmake --build "$build_dir" --target "${targets[@]}" -j"$(nproc)" >"$build_dir/build.log" 2>&1 ||
     { tail -40 "$build_dir/build.log" >&2; exit 1; }
 
 failed=0

@@ -75,6 +75,10 @@ LoadModule authn_file_module $APACHE_MODULES/mod_authn_file.so
 LoadModule auth_basic_module $APACHE_MODULES/mod_auth_basic.so
 LoadModule mime_module $APACHE_MODULES/mod_mime.so
 LoadModule dir_module $APACHE_MODULES/mod_dir.so
+# As Debian enables it (mods-available/reqtimeout.conf).
+LoadModule reqtimeout_module $APACHE_MODULES/mod_reqtimeout.so
+RequestReadTimeout header=20-40,minrate=500
+RequestReadTimeout body=10,minrate=500
 ErrorLog "$RUN_DIR/logs/error.log"
 LogLevel warn
 CustomLog "$RUN_DIR/logs/access.log" "%h %t \"%r\" %>s %b"

@@ -22,13 +22,13 @@
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
 #include "tests/support/log_lines.h"
+#include "tests/support/process_runner.h"
 #include "tests/support/record_text.h"
 #include "tests/support/sim_client.h"
 
 namespace korvex::test {
 namespace {
 
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 
 // A client that sends its requests one after another on one keep-alive connection.
 class KeepAliveClient {
@@ -169,14 +169,16 @@ TEST_F(NoBusTest, ForwardingResourcesAnswerWithoutReplies) {
     EXPECT_EQ(module_log_lines(env().error_log_since(before_), "dbusData is NULL").size(), 3u);
 }
 
-TEST_F(NoBusTest, UpdateStillAnswers) {
+// The image is stored, but nothing can start the updater: the answer says so.
+TEST_F(NoBusTest, UpdateStoresTheImageAndAnswers503) {
     env().write_server_tmp("uImage", "");
     const std::string boundary = "----NoBusBoundary";
     const std::string body = "--" + boundary + "\r\nContent-Type: application/octet-stream\r\n\r\n" +
                              std::string(20000, 'i') + "\r\n--" + boundary + "--\r\n";
     HttpResponse response = post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + boundary);
-    EXPECT_EQ(response.status, 200);
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.status, 503);
+    EXPECT_EQ(response.body, "update could not be started");
+    EXPECT_EQ(read_file(env().server_tmp_path("uImage")), std::string(20000, 'i'));
     std::vector<std::string> failed;
     for (const std::string &line : errors_since_setup()) {
         if (line.find("dbusData is NULL") != std::string::npos) failed.push_back(line);

@@ -25,6 +25,9 @@ const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/upda
 const std::string kAdmin = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin ";
 const std::string kGetModel = "method_call " + kAdmin + "getModel(s:getModel)";
 const std::string kAlive = "signal - com.KorvexLabs.signal.update alive(i:1)";
+const std::string kAliveWithdrawn = "signal - com.KorvexLabs.signal.update alive(i:0)";
+const std::string kWithdrawnLog =
+    "[korvex:notice] [pid N] korvex_handler:L apache: update announcement withdrawn (alive 0): no updater started";
 
 std::string do_system(const std::string &line) { return "method_call " + kAdmin + "doSystem(s:" + line + ")"; }
 
@@ -54,13 +57,15 @@ class UpdateCgiTest : public GatewayTest {
         access_before_ = access_log_size(env());
     }
 
-    HttpResponse upload(const std::string &image) {
+    HttpResponse upload(const std::string &image, long expected_status = 200) {
+        return upload_body(multipart(image), expected_status);
+    }
+    HttpResponse upload_body(const std::string &body, long expected_status) {
         const auto started = std::chrono::steady_clock::now();
-        HttpResponse response =
-            post(port(), "/update.cgi", multipart(image), "multipart/form-data; boundary=" + kBoundary);
+        HttpResponse response = post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + kBoundary);
         elapsed_ = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
         EXPECT_EQ(response.error, "");
-        EXPECT_EQ(response.status, 200);
+        EXPECT_EQ(response.status, expected_status);
         return response;
     }
 
@@ -140,7 +145,8 @@ TEST_F(UpdateCgiTest, ModelTextIsQuotedIntoTheUpdaterLine) {
                                                "s:update -k /tmp/uImage -m '(null)' -r 3 &"}));
 }
 
-// Without an image there is nothing to update: the updater is not started.
+// Without an image there is nothing to update: the updater is not started, and the update
+// announced before the body was looked at is taken back.
 TEST_F(UpdateCgiTest, GetWithoutBodyStartsNothing) {
     env().write_server_tmp("uImage", "previous");
     HttpResponse response = get(port(), "/update.cgi");
@@ -148,9 +154,54 @@ TEST_F(UpdateCgiTest, GetWithoutBodyStartsNothing) {
     EXPECT_EQ(stored(), "previous");
     const std::string path = serving_path();
     EXPECT_EQ(record_texts(sim_->records()),
-              (std::vector<std::string>{kGetModel + " " + path, kAlive + " " + path}));
+              (std::vector<std::string>{kGetModel + " " + path, kAlive + " " + path, kAliveWithdrawn + " " + path}));
     EXPECT_EQ(log_lines("No request body."),
               std::vector<std::string>{"[korvex:error] [pid N] save_uImage:L apache: No request body."});
+    EXPECT_EQ(log_lines("korvex_handler"),
+              (std::vector<std::string>{
+                  "[korvex:notice] [pid N] korvex_handler:L apache: purging ...",
+                  "[korvex:error] [pid N] korvex_handler:L apache: upload refused (400), the updater is not started",
+                  kWithdrawnLog,
+              }));
+}
+
+// Every refusal takes the announcement back, once, after the refusal is known.
+TEST_F(UpdateCgiTest, ARefusedUploadTakesTheAnnouncementBack) {
+    env().write_server_tmp("uImage", "previous");
+    const std::string truncated = multipart(image_bytes(20000, 10)).substr(0, 15000);
+    HttpResponse response = upload_body(truncated, 400);
+    EXPECT_EQ(response.body, "The firmware upload was incomplete or could not be stored; nothing was updated.");
+    EXPECT_EQ(stored(), "previous");
+    const std::string path = serving_path();
+    EXPECT_EQ(record_texts(sim_->records()),
+              (std::vector<std::string>{kGetModel + " " + path, kAlive + " " + path, kAliveWithdrawn + " " + path}));
+    EXPECT_EQ(log_lines("korvex_handler"),
+              (std::vector<std::string>{
+                  "[korvex:notice] [pid N] korvex_handler:L apache: purging ...",
+                  "[korvex:error] [pid N] korvex_handler:L apache: upload refused (400), the updater is not started",
+                  kWithdrawnLog,
+              }));
+}
+
+// The platform daemon is gone: the start reaches nobody. The answer says so, and the
+// announcement is taken back.
+TEST_F(UpdateCgiTest, AnAbsentPlatformDaemonAnswers503) {
+    sim_->set_absent("com.korvex-labs.www.platform", true);
+    const std::string image = image_bytes(12000, 11);
+    HttpResponse response = upload(image, 503);
+    sim_->set_absent("com.korvex-labs.www.platform", false);
+    EXPECT_EQ(response.body, "update could not be started");
+    EXPECT_TRUE(stored() == image);
+    const std::string path = serving_path();
+    // Calls to an absent name never reach the simulator; the signals do.
+    EXPECT_EQ(record_texts(sim_->records()),
+              (std::vector<std::string>{kAlive + " " + path, kAliveWithdrawn + " " + path}));
+    EXPECT_EQ(log_lines("korvex_handler"),
+              (std::vector<std::string>{
+                  "[korvex:notice] [pid N] korvex_handler:L apache: purging ...",
+                  "[korvex:error] [pid N] korvex_handler:L apache: the updater could not be started",
+                  kWithdrawnLog,
+              }));
 }
 
 TEST_F(UpdateCgiTest, RunningUpdaterRefusesWithoutTouchingAnything) {
@@ -188,6 +239,11 @@ TEST_F(UpdateCgiTest, SilentPlatformMakesTheUpdaterStartTimeOut) {
     HttpResponse response = upload(image);
     EXPECT_EQ(response.body, kRefresh);
     EXPECT_TRUE(stored() == image);
+    // Sent but not answered: the updater may still run, so nothing is taken back.
+    for (const SimRecord &record : sim_->records()) {
+        EXPECT_NE(record.args, std::vector<std::string>{"i:0"}) << record.member;
+    }
+    EXPECT_EQ(log_lines("withdrawn"), std::vector<std::string>{});
     // One second of purge pause, then the doSystem call's 3000 ms time-out.
     EXPECT_GE(elapsed_.count(), 4000);
     EXPECT_LT(elapsed_.count(), 5500);
@@ -201,16 +257,19 @@ TEST_F(UpdateCgiTest, SilentPlatformMakesTheUpdaterStartTimeOut) {
     EXPECT_EQ(sim_->records().back().member, "doSystem");
 }
 
-TEST_F(UpdateCgiTest, WithoutBusTheImageIsStillStored) {
+// Without a bus the image is stored, but nothing can start the updater: 503. There was no
+// announcement to take back.
+TEST_F(UpdateCgiTest, WithoutBusTheImageIsStoredAndTheAnswerIs503) {
     env().bus_stop();
     const std::string image = image_bytes(15000, 9);
-    HttpResponse response = upload(image);
+    HttpResponse response = upload(image, 503);
     const std::vector<std::string> errors = log_lines("[korvex:error]");
     const std::vector<std::string> all = log_lines();
     env().bus_start();
 
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, "update could not be started");
     EXPECT_TRUE(stored() == image);
+    EXPECT_EQ(log_lines("withdrawn"), std::vector<std::string>{});
     // Every bus step fails as "dbusData is NULL"; the alive signal's failure comes before
     // the image is stored.
     std::vector<std::string> failed;

@@ -2,12 +2,8 @@
 // refused as too large, a client that vanished mid-body or a body without its closing
 // boundary leave an earlier /tmp/uImage byte for byte and start nothing, and no upload
 // file stays behind. Two uploads at once never write the image together.
-#include <arpa/inet.h>
 #include <dirent.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <future>
@@ -19,6 +15,7 @@
 #include "tests/support/http_client.h"
 #include "tests/support/multipart.h"
 #include "tests/support/process_runner.h"
+#include "tests/support/raw_client.h"
 
 namespace korvex::test {
 namespace {
@@ -26,40 +23,6 @@ namespace {
 const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 const std::string kEarlier = std::string(700000, 'E');
 const std::string kUpdaterStart = "update -k /tmp/uImage -m QTR58 -r 3 &";
-
-// A raw client that sends part of a request and may then vanish.
-class RawClient {
-public:
-    explicit RawClient(int port) {
-        fd_ = open_loopback_connection(port);
-        if (fd_ < 0) ADD_FAILURE() << "cannot connect to port " << port;
-    }
-    ~RawClient() { vanish(); }
-    void send(const std::string &bytes) {
-        size_t sent = 0;
-        while (sent < bytes.size()) {
-            const ssize_t n = write(fd_, bytes.data() + sent, bytes.size() - sent);
-            if (n <= 0) return;
-            sent += static_cast<size_t>(n);
-        }
-    }
-    // Everything the server sends until it closes, or until timeout_ms pass.
-    std::string answer(int timeout_ms) {
-        timeval timeout{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
-        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-        std::string text;
-        char buffer[4096];
-        for (ssize_t n; (n = read(fd_, buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<size_t>(n));
-        return text;
-    }
-    void vanish() {
-        if (fd_ >= 0) close(fd_);
-        fd_ = -1;
-    }
-
-private:
-    int fd_ = -1;
-};
 
 std::string request_head(size_t content_length) {
     return "POST /update.cgi HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\nContent-Type: " +

@@ -294,6 +294,13 @@ HttpResponse get_with_fault(int port, const std::string &target, const std::stri
     return send(port, request);
 }
 
+HttpResponse parse_raw_response(const std::string &received) {
+    HttpResponse response;
+    parse_raw(received, response);
+    if (response.status == 0) response.error = "no response";
+    return response;
+}
+
 HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms) {
     HttpResponse response;
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);

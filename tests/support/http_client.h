@@ -70,6 +70,10 @@ HttpResponse get_with_fault(int port, const std::string &target, const std::stri
 // The answer is parsed as far as it goes (status 0 if no status line arrived).
 HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms = 10000);
 
+// An answer as received on a raw connection, parsed as far as it goes (status 0 and an
+// error if no status line arrived).
+HttpResponse parse_raw_response(const std::string &received);
+
 // A plain TCP connection to 127.0.0.1:port, for clients that send a request in parts or
 // go away mid-request; the file descriptor, or -1.
 int open_loopback_connection(int port);

@@ -1,7 +1,8 @@
 // korvex_soak ("make soak"): hostile-free load with faults, all on 127.0.0.1 and bounded in
 // count and time. 100,000 requests at concurrency 32 mixing the five resources, then, with
 // the load still running: the simulator killed and started again, the bus daemon killed and
-// started again, the simulator stopped (SIGSTOP) for 10 s and continued. Prints non-200
+// started again, the simulator stopped (SIGSTOP) for 10 s and continued, with settings written
+// to it meanwhile. Prints non-200
 // answers, answers that differ from the healthy ones outside the fault windows, child
 // crashes in the error log, resident memory of each child and of the simulator at start and
 // end, error-log bytes per request, and the time to full recovery after each fault.
@@ -13,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -157,6 +159,58 @@ double await_recovery(Load &load) {
     return -1;
 }
 
+// Settings written while the simulator is stopped, one request each: how each was answered,
+// and later which of them reached the daemon. A write answered "done" that never arrives is
+// lost.
+class StoppedWriter {
+public:
+    explicit StoppedWriter(int port) : port_(port) {}
+    // Writers in parallel: each write waits for its answer, which a stopped daemon delays.
+    void start() {
+        for (int writer = 0; writer < kWriters; ++writer) {
+            threads_.emplace_back([this, writer] {
+                for (int n = 0; !stop_; ++n) {
+                    const std::string value = "soak-" + std::to_string(writer) + "-" + std::to_string(n);
+                    const HttpResponse answer =
+                        korvex::test::get(port_, "/network.cgi?setntpserver=" + value, 30000);
+                    std::lock_guard<std::mutex> hold(lock_);
+                    sent_.push_back(value);
+                    if (answer.body == "setntpserver done") done_.push_back(value);
+                }
+            });
+        }
+    }
+    void stop() {
+        stop_ = true;
+        for (std::thread &thread : threads_) thread.join();
+    }
+    // Against the records of the simulator once it runs again.
+    void count_arrivals(const std::vector<korvex::test::SimRecord> &records) {
+        for (const auto &record : records) {
+            if (record.member == "set" && record.args.size() == 2 && record.args[0] == "s:NTPServerIP" &&
+                record.args[1].rfind("s:soak-", 0) == 0)
+                arrived_.insert(record.args[1].substr(2));
+        }
+    }
+    size_t sent() const { return sent_.size(); }
+    size_t done() const { return done_.size(); }
+    size_t arrived() const { return arrived_.size(); }
+    size_t lost() const {
+        size_t lost = 0;
+        for (const std::string &value : done_) lost += arrived_.count(value) == 0;
+        return lost;
+    }
+
+private:
+    static constexpr int kWriters = 8;
+    int port_;
+    std::atomic<bool> stop_{false};
+    std::vector<std::thread> threads_;
+    std::mutex lock_;
+    std::vector<std::string> sent_, done_;
+    std::set<std::string> arrived_;
+};
+
 std::map<std::string, long> memory_kb(const GatewayEnv &env) {
     std::map<std::string, long> rss;
     for (pid_t child : env.server_child_pids()) rss["child " + std::to_string(child)] = GatewayEnv::vm_rss_kb(child);
@@ -193,13 +247,20 @@ int main() {
         korvex::bench::Table faults("Faults under load (recovery: " + std::to_string(kHealthyStreak) +
                                         " answers in a row as before)",
                                     {"fault", "held", "recovery after healing"});
+        StoppedWriter writer(port);
         auto fault = [&](const std::string &name, const std::string &held, auto &&inject, auto &&heal) {
+            const bool stopped = name == "simulator stopped";
             load.set_fault_window(true);
             inject();
-            std::this_thread::sleep_for(name == "simulator stopped" ? kStopHold : kFaultHold);
+            if (stopped) writer.start();
+            std::this_thread::sleep_for(stopped ? kStopHold : kFaultHold);
+            if (stopped) writer.stop();
             heal();
             load.reset_streak();
             const double recovery = await_recovery(load);
+            // The writes queued while it was stopped come first; the newest 50,000 records
+            // still hold them this soon.
+            if (stopped) writer.count_arrivals(korvex::test::SimClient(env->bus_address()).records());
             std::this_thread::sleep_for(kSettle);
             load.set_fault_window(false);
             faults.add({name, held, recovery < 0 ? "not within 30 s" : korvex::bench::fixed(recovery, 2) + " s"});
@@ -223,6 +284,10 @@ int main() {
         summary.add({"non-200 answers (all phases)", std::to_string(load.non_200())});
         summary.add({"answers unlike the healthy ones outside fault windows", std::to_string(load.mismatches_outside_faults())});
         summary.add({"child crashes in the error log", std::to_string(crashes)});
+        summary.add({"writes while the simulator was stopped: sent / answered done",
+                     std::to_string(writer.sent()) + " / " + std::to_string(writer.done())});
+        summary.add({"  of those, reached the daemon after it continued", std::to_string(writer.arrived())});
+        summary.add({"  lost (answered done, never arrived)", std::to_string(writer.lost())});
         summary.add({"error-log bytes per request (healthy phase)",
                      korvex::bench::fixed(double(healthy_log_bytes) / double(healthy_requests), 2)});
         summary.add({"error-log bytes per request (all, faults included)",

@@ -8,6 +8,7 @@ extern "C" {
 #include <apr_file_io.h>
 #include <apr_global_mutex.h>
 #include <apr_lib.h>
+#include <apr_poll.h>
 #include <apr_pools.h>
 #include <apr_strings.h>
 #include <apr_tables.h>

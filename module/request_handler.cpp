@@ -152,11 +152,12 @@ void allow_methods(request_rec *r, apr_int64_t methods) {
 }
 
 // Answers echo client values into HTML byte for byte (clients rely on those bytes), so
-// every answer tells the browser to run nothing and to guess no other type. Set among the
-// error headers so that 405 and 500 answers carry them too.
+// every answer tells the browser to run nothing and to guess no other type, and lets only
+// pages of the gateway's own origin show it in a frame (its upload page shows update.cgi's
+// answer in one). Set among the error headers so that 405 and 500 answers carry them too.
 void forbid_active_content(request_rec *r) {
     apr_table_setn(r->err_headers_out, "X-Content-Type-Options", "nosniff");
-    apr_table_setn(r->err_headers_out, "Content-Security-Policy", "default-src 'none'; frame-ancestors 'none'");
+    apr_table_setn(r->err_headers_out, "Content-Security-Policy", "default-src 'none'; frame-ancestors 'self'");
 }
 
 }  // namespace

@@ -17,14 +17,17 @@ usage() {
     cat <<'EOF'
 usage: gateway.sh COMMAND RUN_DIR [ARGS]
   up RUN_DIR [--port N|auto] [--first-port N] [--mpm prefork|worker|event] [--no-bus]
-             [--log-level LEVEL] [--owner-pid PID] [--build-dir DIR] [--tmp-dir NAME]...
-             [--sanitize]
+             [--log-level LEVEL] [--owner-pid PID] [--build-dir DIR] [--module FILE]
+             [--tmp-dir NAME]... [--sanitize]
                         start bus, simulator and server; return once the server answers
                         (--port auto: a free port, reserved while the server lives,
                         and another one when the server finds it taken; --first-port:
                         with auto, the port tried first, without checking for listeners;
                         --log-level: the module's level, 1-6 or an Apache level name,
-                        default notice; --tmp-dir: a directory NAME in the server's
+                        default notice; --module: the mod_korvex.so to load, default
+                        the build directory's (the tests load BUILD_DIR/fault-hooks/
+                        mod_korvex.so, which has the test-only fault hooks);
+                        --tmp-dir: a directory NAME in the server's
                         private /tmp, made before the server starts; isolation only;
                         --sanitize: as KORVEX_SANITIZE=1, the server runs with the ASan
                         runtime preloaded and every sanitizer report lands in
@@ -101,8 +104,8 @@ EOF
 }
 
 prepare_run_dir() {
-    local build_dir="$1"
-    [ -f "$build_dir/mod_korvex.so" ] || die "$build_dir/mod_korvex.so is missing: build first"
+    local build_dir="$1" module="$2"
+    [ -f "$module" ] || die "$module is missing: build first"
     [ -f "$build_dir/platform/libkorvex_platform.so" ] || die "$build_dir/platform/libkorvex_platform.so is missing"
     mkdir -p "$RUN_DIR"/{bus,logs,run,tmp,htdocs,lib,pids,stubs,nvram-sections}
     rm -f "$RUN_DIR"/logs/*
@@ -116,7 +119,8 @@ prepare_run_dir() {
     chmod 1777 "$RUN_DIR/tmp"
     # Copies keep the server independent of where the tree lives (it may be hidden under
     # the server's private /tmp, or unreadable for the server's account).
-    cp "$build_dir/mod_korvex.so" "$build_dir/platform/libkorvex_platform.so" "$RUN_DIR/lib/"
+    cp "$module" "$RUN_DIR/lib/mod_korvex.so"
+    cp "$build_dir/platform/libkorvex_platform.so" "$RUN_DIR/lib/"
     chmod 644 "$RUN_DIR"/lib/*
     fill_template "$SOURCE_DIR/conf/bus.conf.in" "$RUN_DIR/bus.conf"
     printf '<html><body><h1>korvex gateway</h1><p>run %s</p></body></html>\n' \
@@ -272,7 +276,7 @@ bus_stop() {
 
 up() {
     PORT=8080 MPM=prefork LOG_LEVEL=notice BUILD_DIR="${KORVEX_BUILD_DIR:-$SOURCE_DIR/build}"
-    local with_bus=1 owner="" first_port=""
+    local with_bus=1 owner="" first_port="" module=""
     local -a tmp_dirs=()
     while [ $# -gt 0 ]; do
         case "$1" in
@@ -283,6 +287,7 @@ up() {
         --log-level) LOG_LEVEL="$2"; shift 2 ;;
         --owner-pid) owner="$2"; shift 2 ;;
         --build-dir) BUILD_DIR="$2"; shift 2 ;;
+        --module) module="$2"; shift 2 ;;
         --tmp-dir) tmp_dirs+=("$2"); shift 2 ;;
         --sanitize) SANITIZE=1; shift ;;
         *) die "unknown option $1" ;;
@@ -300,7 +305,7 @@ up() {
     if is_running server || is_running bus; then die "$RUN_DIR already runs a gateway"; fi
     mkdir -p "$RUN_DIR"
 
-    prepare_run_dir "$BUILD_DIR"
+    prepare_run_dir "$BUILD_DIR" "${module:-$BUILD_DIR/mod_korvex.so}"
     make_tmp_dirs "${tmp_dirs[@]+"${tmp_dirs[@]}"}"
     echo "$BUILD_DIR" >"$RUN_DIR/build_dir"
     write_env

@@ -126,6 +126,8 @@ extract_packages() {
     check "the two packages are extracted" 2 "$found"
     check "the module finds the platform library through its RUNPATH" "[$PLATFORM_DIR]" \
         "$(readelf -d "$ROOT/usr/lib/apache2/modules/mod_korvex.so" | sed -n 's/.*(RUNPATH).*runpath: //p')"
+    check "the packaged module has no test-only fault hooks (no X-Korvex-Fault in it)" 0 \
+        "$(grep -a -c -F X-Korvex-Fault "$ROOT/usr/lib/apache2/modules/mod_korvex.so" || true)"
 }
 
 check_stock_apache() {

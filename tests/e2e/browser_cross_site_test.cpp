@@ -5,37 +5,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
-#include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
-#include <thread>
 
+#include "tests/support/browser.h"
 #include "tests/support/command_test.h"
-#include "tests/support/process_runner.h"
 
 namespace korvex::test {
 namespace {
-
-constexpr char kChromium[] = "/usr/bin/chromium";
 
 // The requests' browser headers, one line each, in RUN_DIR/logs/headers.log.
 const char kHeaderLog[] = R"(
 LogFormat "%r | Sec-Fetch-Site: %{Sec-Fetch-Site}i | Sec-Fetch-Mode: %{Sec-Fetch-Mode}i | Origin: %{Origin}i | Referer: %{Referer}i | %>s" browser_headers
 CustomLog "logs/headers.log" browser_headers
 )";
-
-std::string read_all(const std::string &path) {
-    std::ifstream in(path);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void write_page(const std::string &path, const std::string &html) {
-    std::ofstream(path) << html;
-    chmod(path.c_str(), 0644);
-}
 
 // A page that posts its forms and fetches, then loads `marker` so the test knows it ran.
 std::string page(const std::string &gateway, bool other_origin) {
@@ -70,17 +54,12 @@ protected:
     // Loads `url` in headless Chromium and gives its scripts five seconds (virtual time).
     void browse(const std::string &url) {
         ASSERT_EQ(access(kChromium, X_OK), 0) << "Debian's chromium is missing (scripts/install-deps.sh installs it)";
-        const std::string profile = env().run_dir() + "/chromium-profile";
-        ChildProcess browser({kChromium, "--headless", "--no-sandbox", "--disable-gpu", "--no-first-run",
-                              "--user-data-dir=" + profile, "--virtual-time-budget=5000", "--dump-dom", url},
-                             env().run_dir() + "/chromium.out");
-        EXPECT_EQ(browser.wait_exit(60000), 0) << read_all(env().run_dir() + "/chromium.out");
-        // Requests still on their way when the browser quit are answered by now.
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        std::string output;
+        EXPECT_EQ(korvex::test::browse(env().run_dir(), url, &output), 0) << output;
     }
 
     void print_browser_headers() {
-        std::printf("[browser headers]\n%s", read_all(env().run_dir() + "/logs/headers.log").c_str());
+        std::printf("[browser headers]\n%s", read_file(env().run_dir() + "/logs/headers.log").c_str());
     }
 };
 
@@ -88,15 +67,8 @@ TEST_F(BrowserCrossSiteTest, PageOfAnotherOriginChangesNothing) {
     const std::string site = env().run_dir() + "/other-site";
     mkdir(site.c_str(), 0755);
     write_page(site + "/attack.html", page("http://127.0.0.1:" + std::to_string(port()), true));
-    ChildProcess server({"/usr/bin/python3", "-u", "-m", "http.server", "0", "--bind", "127.0.0.1", "--directory", site},
-                        site + "/server.out");
-    int other_port = 0;
-    for (int i = 0; i < 100 && other_port == 0; ++i) {
-        std::smatch match;
-        const std::string out = read_all(site + "/server.out");
-        if (std::regex_search(out, match, std::regex("port ([0-9]+)"))) other_port = std::stoi(match[1]);
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+    OtherSite server(site);
+    const int other_port = server.port();
     ASSERT_NE(other_port, 0) << "the other site's server did not start";
     const std::string before = sim().nvram("SSID1").value_or("");
 
@@ -105,7 +77,7 @@ TEST_F(BrowserCrossSiteTest, PageOfAnotherOriginChangesNothing) {
 
     EXPECT_EQ(sim().records().size(), 0u) << "a daemon was reached";
     EXPECT_EQ(sim().nvram("SSID1").value_or(""), before);
-    const std::string headers = read_all(env().run_dir() + "/logs/headers.log");
+    const std::string headers = read_file(env().run_dir() + "/logs/headers.log");
     EXPECT_NE(headers.find("POST /network.cgi HTTP/1.1 | Sec-Fetch-Site: same-site"), std::string::npos) << headers;
     EXPECT_NE(headers.find("POST /update.cgi HTTP/1.1 | Sec-Fetch-Site: same-site"), std::string::npos) << headers;
     // Every request the other site's page made was refused.
@@ -125,7 +97,7 @@ TEST_F(BrowserCrossSiteTest, PageOfTheGatewayItselfChangesASetting) {
     browse("http://127.0.0.1:" + std::to_string(port()) + "/own.html");
     print_browser_headers();
     EXPECT_EQ(sim().nvram("SSID1"), "FromOwnPage");
-    const std::string headers = read_all(env().run_dir() + "/logs/headers.log");
+    const std::string headers = read_file(env().run_dir() + "/logs/headers.log");
     EXPECT_NE(headers.find("POST /network.cgi HTTP/1.1 | Sec-Fetch-Site: same-origin"), std::string::npos) << headers;
 }
 

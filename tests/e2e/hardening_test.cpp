@@ -1,9 +1,11 @@
-// What keeps hostile or unlucky requests harmless: answers that a browser will not run,
-// a failure inside the module answered as 500, a bounded "test" loop that ends with its
-// client, and secrets that never reach the log.
+// What keeps hostile or unlucky requests harmless: answers that a browser will not run
+// (and no HTTP/0.9 answer without headers), a failure inside the module answered as 500, a
+// bounded "test" loop that ends with its client (but not with a half-close), and secrets
+// that never reach the log.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -18,7 +20,7 @@
 namespace korvex::test {
 namespace {
 
-const std::string kCsp = "default-src 'none'; frame-ancestors 'none'";
+const std::string kCsp = "default-src 'none'; frame-ancestors 'self'";
 
 class HardeningTest : public CommandTest {
 protected:
@@ -115,12 +117,55 @@ TEST_F(HardeningTest, TestStopsWhenItsClientHasGone) {
     const std::string request = "GET /network.cgi?test=5000 HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
     ASSERT_EQ(write(fd, request.data(), request.size()), static_cast<ssize_t>(request.size()));
     std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    // Closing the socket (not just its sending side): the answer's head already sent is
+    // refused with a reset, which is how the server learns that nobody reads any more.
     close(fd);
     ASSERT_TRUE(env().wait_for_log("client gone after", std::chrono::milliseconds(5000), before));
     const size_t sent = sim().records().size();
     EXPECT_LT(sent, 100u);
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_EQ(sim().records().size(), sent);
+}
+
+TEST_F(HardeningTest, TestGoesOnForAClientThatOnlyFinishedSending) {
+    // A client that shuts down its sending side after the request still reads: the loop
+    // runs to its end and the whole answer arrives, whether chunked (HTTP/1.1) or
+    // delimited by the server closing (HTTP/1.0).
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"command","mode":"default","delay_ms":2})");
+    for (const std::string protocol : {"HTTP/1.1", "HTTP/1.0"}) {
+        sim().clear_records();
+        const size_t before = env().error_log_size();
+        const std::string request =
+            "GET /network.cgi?test=150 " + protocol + "\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
+        const HttpResponse response = send_raw(port(), request, 30000, /*half_close=*/true);
+        EXPECT_EQ(response.error, "") << protocol;
+        EXPECT_EQ(response.status, 200) << protocol;
+        EXPECT_EQ(response.body, "in testAPI, value: 150<br>test done") << protocol;
+        const Calls sent = calls(150);
+        ASSERT_EQ(sent.size(), 150u) << protocol;
+        EXPECT_NE(sent.front().find("getdevice"), std::string::npos) << sent.front();
+        for (const std::string &call : sent) EXPECT_EQ(call, sent.front()) << protocol;
+        EXPECT_EQ(lines_since(before, "client gone"), std::vector<std::string>{}) << protocol;
+    }
+}
+
+// ---- HTTP/0.9 is refused: its answer would be a bare body without any header ----
+
+TEST_F(HardeningTest, AnHttp09RequestGetsNoBareBody) {
+    const int fd = open_loopback_connection(port());
+    ASSERT_GE(fd, 0);
+    const timeval patience{10, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    const std::string request = "GET /network.cgi?test=1\r\n";
+    ASSERT_EQ(write(fd, request.data(), request.size()), static_cast<ssize_t>(request.size()));
+    std::string answer;
+    char buffer[4096];
+    for (ssize_t n; (n = read(fd, buffer, sizeof buffer)) > 0;) answer.append(buffer, static_cast<size_t>(n));
+    close(fd);
+    // Apache answers with a status line and headers of its own, not the module's body.
+    EXPECT_EQ(answer.rfind("HTTP/1.1 400 ", 0), 0u) << answer;
+    EXPECT_EQ(answer.find("test done"), std::string::npos) << answer;
+    EXPECT_EQ(calls(), Calls{});
 }
 
 // ---- The simulator alone can be stopped and started again under a running server ----

@@ -130,7 +130,8 @@ std::unique_ptr<GatewayEnv> GatewayEnv::start(const Options &options) {
     // all, starts the server again on another one: no other test can take it meanwhile.
     std::vector<std::string> args = {"up",          env->run_dir_, "--port",      "auto",
                                      "--mpm",       options.mpm,   "--log-level", std::to_string(options.log_level),
-                                     "--owner-pid", std::to_string(getpid()),     "--build-dir", KORVEX_BUILD_DIR};
+                                     "--owner-pid", std::to_string(getpid()),     "--build-dir", KORVEX_BUILD_DIR,
+                                     "--module",    KORVEX_TEST_MODULE};
     if (options.first_port != 0) {
         args.push_back("--first-port");
         args.push_back(std::to_string(options.first_port));

@@ -301,7 +301,7 @@ HttpResponse parse_raw_response(const std::string &received) {
     return response;
 }
 
-HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms) {
+HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms, bool half_close) {
     HttpResponse response;
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
     const int fd = open_loopback_connection(port);
@@ -330,6 +330,7 @@ HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms)
             ssize_t n = ::send(fd, raw_request.data() + sent, raw_request.size() - sent, MSG_NOSIGNAL);
             if (n < 0) break;
             sent += static_cast<size_t>(n);
+            if (half_close && sent == raw_request.size()) shutdown(fd, SHUT_WR);
         } else if (p.revents & (POLLERR | POLLHUP)) {
             break;
         }

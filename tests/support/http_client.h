@@ -68,7 +68,9 @@ HttpResponse get_with_fault(int port, const std::string &target, const std::stri
 // Writes raw bytes to the server and reads until the response is complete, the server
 // closes, or the time-out passes. For requests a well-behaved client cannot send.
 // The answer is parsed as far as it goes (status 0 if no status line arrived).
-HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms = 10000);
+// `half_close`: once the request is sent, shut down the sending side (shutdown(SHUT_WR)),
+// as a client does that has nothing more to say but still reads.
+HttpResponse send_raw(int port, const std::string &raw_request, long timeout_ms = 10000, bool half_close = false);
 
 // An answer as received on a raw connection, parsed as far as it goes (status 0 and an
 // error if no status line arrived).

@@ -40,29 +40,52 @@ public:
     ~KeepAliveClient() {
         if (fd_ >= 0) close(fd_);
     }
-    // The body of the answer to GET target (which must carry a Content-Length).
+    // The body of the answer to GET target (with a Content-Length, or chunked).
     std::string get(const std::string &target) {
         const std::string request = "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
         if (write(fd_, request.data(), request.size()) != static_cast<ssize_t>(request.size())) return "<write>";
-        std::string text;
         size_t header_end = std::string::npos;
-        long length = -1;
-        char buffer[4096];
-        while (length < 0 || text.size() < header_end + 4 + static_cast<size_t>(length)) {
-            const ssize_t n = read(fd_, buffer, sizeof buffer);
-            if (n <= 0) return "<closed>";
-            text.append(buffer, static_cast<size_t>(n));
-            if (header_end == std::string::npos && (header_end = text.find("\r\n\r\n")) != std::string::npos) {
-                const size_t at = text.find("Content-Length: ");
-                if (at == std::string::npos || at > header_end) return "<no length>";
-                length = std::stol(text.substr(at + 16));
-            }
+        while ((header_end = text_.find("\r\n\r\n")) == std::string::npos) {
+            if (!fill()) return "<closed>";
         }
-        return text.substr(header_end + 4, static_cast<size_t>(length));
+        const std::string head = text_.substr(0, header_end);
+        text_.erase(0, header_end + 4);
+        const size_t at = head.find("Content-Length: ");
+        if (at != std::string::npos) return take(static_cast<size_t>(std::stol(head.substr(at + 16))));
+        if (head.find("Transfer-Encoding: chunked") == std::string::npos) return "<no length>";
+        std::string body;
+        for (;;) {
+            size_t line_end;
+            while ((line_end = text_.find("\r\n")) == std::string::npos) {
+                if (!fill()) return "<closed>";
+            }
+            const size_t size = std::stoul(text_.substr(0, line_end), nullptr, 16);
+            text_.erase(0, line_end + 2);
+            const std::string chunk = take(size + 2);
+            if (size == 0) return body;
+            body += chunk.substr(0, size);
+        }
     }
 
 private:
+    bool fill() {
+        char buffer[4096];
+        const ssize_t n = read(fd_, buffer, sizeof buffer);
+        if (n <= 0) return false;
+        text_.append(buffer, static_cast<size_t>(n));
+        return true;
+    }
+    std::string take(size_t length) {
+        while (text_.size() < length) {
+            if (!fill()) return "<closed>";
+        }
+        std::string taken = text_.substr(0, length);
+        text_.erase(0, length);
+        return taken;
+    }
+
     int fd_ = -1;
+    std::string text_;  // received, not yet taken
 };
 
 class NoBusTest : public GatewayTest {

@@ -26,7 +26,7 @@ if(KORVEX_PYTHON3)
 endif()
 
 file(GLOB KORVEX_CONSOLE_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/console/*.html
-     ${CMAKE_SOURCE_DIR}/console/*.css ${CMAKE_SOURCE_DIR}/console/*.js)
+     ${CMAKE_SOURCE_DIR}/console/*.css ${CMAKE_SOURCE_DIR}/console/*.js ${CMAKE_SOURCE_DIR}/console/*.svg)
 set(KORVEX_CONSOLE_OUTPUTS ${KORVEX_CONSOLE_DIR}/commands.json)
 foreach(source IN LISTS KORVEX_CONSOLE_SOURCES)
   get_filename_component(name ${source} NAME)

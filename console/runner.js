@@ -7,11 +7,16 @@ function matches(command, words) {
   return words.every((w) => haystack.includes(w));
 }
 
+// The metadata's texts mark code with backticks (for the reference); shown plain here.
+function plain(text) {
+  return String(text).replace(/`/g, '');
+}
+
 function describe(command) {
   const box = document.createDocumentFragment();
   box.append(element('h3', 'command-name', command.name));
   box.append(element('p', 'family', command.family));
-  box.append(element('p', 'summary', command.summary));
+  box.append(element('p', 'summary', plain(command.summary)));
   const facts = element('dl', 'facts');
   const effects = command.effects;
   const changes = [];
@@ -28,7 +33,7 @@ function describe(command) {
     ['calls', command.calls.map((c) => `${c.daemon} ${c.interface}.${c.member}`).join('\n') || 'no daemon'],
     ['example', `${command.name}=${command.example.value}  →  ${command.example.answer}`],
   ];
-  for (const [term, text] of rows) facts.append(element('dt', '', term), element('dd', '', text));
+  for (const [term, text] of rows) facts.append(element('dt', '', term), element('dd', '', plain(text)));
   box.append(facts);
   if (command.confirm) box.append(element('p', 'warning', 'Asks for confirmation: ' + (changes.join('; ') || 'changes the gateway')));
   return box;
@@ -55,8 +60,8 @@ export function setupRunner(commands, history) {
       const button = element('button', 'command-pick', command.name);
       button.type = 'button';
       button.dataset.command = command.name;
-      button.title = command.summary;
-      item.append(button, element('span', 'command-summary', command.summary));
+      button.title = plain(command.summary);
+      item.append(button, element('span', 'command-summary', plain(command.summary)));
       list.append(item);
     }
   }

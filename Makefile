@@ -12,7 +12,7 @@ SANITIZE_FLAGS += -Wno-maybe-uninitialized
 SANITIZE_LINK := -fsanitize=address,undefined
 SANITIZE_RUN_ROOT ?= /var/tmp/korvex-runs/sanitize
 
-.PHONY: run test deps configure build clean sanitize-build sanitize-test bench fuzz soak deb
+.PHONY: run test deps configure build clean sanitize-build sanitize-test bench fuzz soak deb docs
 
 deps:
 	bash scripts/install-deps.sh
@@ -24,7 +24,7 @@ build: configure
 	cmake --build $(BUILD_DIR) -j$(JOBS)
 
 run: configure
-	cmake --build $(BUILD_DIR) -j$(JOBS) --target mod_korvex korvex-gateway-sim
+	cmake --build $(BUILD_DIR) -j$(JOBS) --target mod_korvex korvex-gateway-sim korvex_console
 	PORT=$(PORT) bash scripts/run.sh
 
 test: build
@@ -50,6 +50,13 @@ sanitize-test: sanitize-build
 	fi; \
 	if [ $$status -eq 0 ]; then echo "sanitize-test: no sanitizer reports"; fi; \
 	exit $$status
+
+# The API reference: the OpenAPI document and its one-file HTML rendering in
+# $(BUILD_DIR)/docs/api/ (see "Browse the API" in README.md).
+docs: configure
+	cmake --build $(BUILD_DIR) --target korvex_api_spec korvex_api_html korvex_console
+	@echo "HTML reference: $(BUILD_DIR)/docs/api/korvex-api.html"
+	@echo "OpenAPI document: $(BUILD_DIR)/docs/api/korvex-api.openapi.json"
 
 # Opt-in benchmark (not part of "test" or CI): see "Benchmarks" in docs/running.md.
 bench: configure

@@ -19,6 +19,19 @@ mkdir -p "$src"
     xargs -0 -r sh -c 'for f; do [ -e "$f" ] && printf "%s\0" "$f"; done' sh |
     tar --null -T - -cf -) | tar -xf - -C "$src"
 
+# The API reference: the OpenAPI document and its HTML rendering (npm tools of
+# docs/api/package.json, installed in the working tree), which the package installs under
+# /usr/share/doc/libapache2-mod-korvex/. Made here because the package build fetches nothing.
+version="$(sed -n '1s/^[^(]*(\([0-9.]*\).*/\1/p' "$SOURCE_DIR/debian/changelog")"
+mkdir -p "$src/docs/api/dist"
+python3 "$SOURCE_DIR/docs/api/openapi.py" "$SOURCE_DIR/registry/commands.json" "$version" \
+    "$src/docs/api/dist/korvex-api.openapi.json"
+bash "$SOURCE_DIR/scripts/api-docs.sh" html "$src/docs/api/dist/korvex-api.openapi.json" \
+    "$src/docs/api/dist/korvex-api.html" || {
+    [ $? -eq 77 ] && echo "build-deb: node and npm are needed for the HTML reference" >&2
+    exit 1
+}
+
 (cd "$src" && DEB_BUILD_OPTIONS="parallel=$JOBS" dpkg-buildpackage -b -us -uc) >"$OUT_DIR/build.log" 2>&1 || {
     tail -n 60 "$OUT_DIR/build.log" >&2
     echo "build-deb: dpkg-buildpackage failed (log: $OUT_DIR/build.log)" >&2

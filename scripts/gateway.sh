@@ -131,6 +131,14 @@ prepare_run_dir() {
     write_stand_ins
     cp "$SOURCE_DIR/conf/site_survey.txt" "$RUN_DIR/stubs/site_survey.txt"
     chmod 644 "$RUN_DIR/stubs/site_survey.txt"
+    # The developer console at /korvex-console/ (built into BUILD/console by the
+    # korvex_console target; an empty folder when the build has none).
+    rm -rf "$RUN_DIR/console"
+    mkdir -p "$RUN_DIR/console"
+    if [ -d "$build_dir/console" ]; then cp "$build_dir"/console/* "$RUN_DIR/console/"; fi
+    cp "$SOURCE_DIR/conf/apache/korvex-console.conf" "$RUN_DIR/korvex-console.conf"
+    chmod 755 "$RUN_DIR/console"
+    chmod 644 "$RUN_DIR/korvex-console.conf" "$RUN_DIR"/console/* 2>/dev/null || true
     if [ "$ISOLATION" = namespaces ]; then
         chown "$SERVER_ACCOUNT:$SERVER_ACCOUNT" "$RUN_DIR"/{logs,run,nvram-sections,stubs.log}
     fi

@@ -7,6 +7,10 @@ packages=(apache2 apache2-dev libdbus-1-dev libjansson-dev libcurl4-openssl-dev 
     debhelper dpkg-dev fakeroot lintian jq python3 strace chromium)
 # Debian 12 splits the bus daemon into its own package; older releases ship it in "dbus".
 command -v dbus-daemon >/dev/null || packages+=(dbus-daemon)
+# The API reference's linter and renderer and the console's browser test run on node
+# (docs/api/package.json); Debian's, unless a node and npm are there already.
+command -v node >/dev/null || packages+=(nodejs)
+command -v npm >/dev/null || packages+=(npm)
 
 # The suite also builds for the board (mipsel): its cross toolchain and emulator.
 bash "$(dirname "${BASH_SOURCE[0]}")/install-cross-deps.sh" mipsel

@@ -128,6 +128,13 @@ extract_packages() {
         "$(readelf -d "$ROOT/usr/lib/apache2/modules/mod_korvex.so" | sed -n 's/.*(RUNPATH).*runpath: //p')"
     check "the packaged module has no test-only fault hooks (no X-Korvex-Fault in it)" 0 \
         "$(grep -a -c -F X-Korvex-Fault "$ROOT/usr/lib/apache2/modules/mod_korvex.so" || true)"
+    local file missing=""
+    for file in usr/share/korvex/console/index.html usr/share/korvex/console/main.js \
+        usr/share/korvex/console/commands.json etc/apache2/conf-available/korvex-console.conf \
+        usr/share/doc/libapache2-mod-korvex/korvex-api.html; do
+        [ -f "$ROOT/$file" ] || missing+=" $file"
+    done
+    check "the console, its snippet and the HTML reference are installed" "" "$missing"
 }
 
 check_stock_apache() {

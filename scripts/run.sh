@@ -33,6 +33,7 @@ echo "Gateway running on 127.0.0.1:$port (run directory $run_dir, error log $run
 echo "at LogLevel korvex:$log_level; KORVEX_LOG_LEVEL=debug make run for every request's trace)."
 echo "Try:"
 echo "curl 'http://127.0.0.1:$port/network.cgi?test=0'"
+echo "Developer console: http://127.0.0.1:$port/korvex-console/"
 echo "Press Ctrl-C to stop."
 
 while kill -0 "$server_pid" 2>/dev/null; do

@@ -159,7 +159,26 @@ check_plain_gateway() {
     check "another account is refused by the bus" "$REFUSAL" "$(direct_call_as nobody nogroup)"
     check "the refused call reached no daemon" "[]" "$(sim_control Records)"
     check "the rewriteEntire signal passes the bus" 1 "$(reflash_signals 10)"
+    check_idle_connections
     gateway_down
+}
+
+# 300 connections that send nothing (each to be cut by mod_reqtimeout) must not stop the
+# event MPM from serving a real request at once.
+check_idle_connections() {
+    local -a idle=()
+    local fd i started took
+    for i in $(seq 300); do
+        exec {fd}<>"/dev/tcp/127.0.0.1/$PORT" || break
+        idle+=("$fd")
+    done
+    check "300 idle connections open" 300 "${#idle[@]}"
+    started=$(date +%s%N)
+    check "with 300 idle connections: network.cgi?test=0" "$TEST_ANSWER" "$(http_get '/network.cgi?test=0')"
+    took=$((($(date +%s%N) - started) / 1000000))
+    echo "   (answered in $took ms)"
+    check "with 300 idle connections: answered within 5 s" yes "$([ "$took" -lt 5000 ] && echo yes || echo no)"
+    for fd in "${idle[@]}"; do exec {fd}>&-; done
 }
 
 check_auth_gateway() {

@@ -48,7 +48,7 @@ MessagePtr call_and_wait(request_rec *r, const ListCall &list) {
     const auto outcome = result.outcome;
     if (outcome != korvex::dbus::Outcome::kReply && outcome != korvex::dbus::Outcome::kNoConnection &&
         outcome != korvex::dbus::Outcome::kNotBuilt) {
-        korvex::dbus::log_no_reply(list.func, list.no_reply, call, result);
+        korvex::dbus::log_no_reply(list.func, list.no_reply, call);
     }
     return std::move(result.reply);
 }

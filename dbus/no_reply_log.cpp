@@ -5,7 +5,7 @@
 
 namespace korvex::dbus {
 
-void log_no_reply(const char *func, NoReplyText text, const Call &call, const Result &) {
+void log_no_reply(const char *func, NoReplyText text, const Call &call) {
     const char *sent = or_absent(call.args[0].text);
     const char *dest = or_absent(call.dest);
     switch (text) {

@@ -14,8 +14,8 @@ enum class NoReplyText {
     kProcess,  // memory lists: destination, the memory interface, member and process name
 };
 
-// Writes the record under `func` for a call that got no reply, unless the rate limit of
-// calls that failed at once holds it back.
-void log_no_reply(const char *func, NoReplyText text, const Call &call, const Result &result);
+// Writes the record under `func` for a call that got no reply (the server's log sink thins
+// out repeats).
+void log_no_reply(const char *func, NoReplyText text, const Call &call);
 
 }  // namespace korvex::dbus

@@ -76,7 +76,7 @@ int run_int(request_rec *r, const IntRow &row, const Call &call, korvex::Deliver
     if (sent_nothing(result)) return row.before_sending;
     int ret = row.without_reply;
     if (result.outcome != Outcome::kReply) {
-        log_no_reply(row.name, row.no_reply, call, result);
+        log_no_reply(row.name, row.no_reply, call);
     } else {
         dbus_int32_t value = 0;
         if (first_int32(result.reply.get(), &value)) {
@@ -94,7 +94,7 @@ int run_int(request_rec *r, const IntRow &row, const Call &call, korvex::Deliver
 // What a text primitive returns for a call that has been made, with its log lines.
 char *text_of(request_rec *r, const TextRow &row, const Call &call, const Result &result) {
     if (result.outcome != Outcome::kReply) {
-        if (!sent_nothing(result)) log_no_reply(row.name, row.no_reply, call, result);
+        if (!sent_nothing(result)) log_no_reply(row.name, row.no_reply, call);
         return nullptr;
     }
     const char *text = first_string(result.reply.get());

@@ -3,7 +3,6 @@
 #include <sys/mman.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <iterator>

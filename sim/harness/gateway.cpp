@@ -273,4 +273,6 @@ void Gateway::stop_bus_daemon() {
 
 bool Gateway::server_running() const { return runtime_->records.running("server"); }
 
+pid_t Gateway::live_pid(const std::string &part) const { return runtime_->records.live_pid(part); }
+
 }  // namespace korvex::harness

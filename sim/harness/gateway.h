@@ -139,7 +139,7 @@ public:
     // page. On failure stops whatever it started and throws StartError.
     static std::unique_ptr<Gateway> up(const GatewaySpec &spec);
     // A gateway started by another process (or an earlier one), from RUN_DIR's records.
-    // Throws when RUN_DIR has none.
+    // Throws when RUN_DIR has none. It keeps running when the object goes: down() stops it.
     static std::unique_ptr<Gateway> attach(const std::string &run_dir);
 
     // Stops everything unless release() was called.
@@ -179,6 +179,9 @@ public:
 
     // True while the recorded server process runs.
     bool server_running() const;
+    // The pid of a part ("server", "bus", "sim", "watcher") while it runs, else 0. Unlike
+    // facts(), which tell the state after the last call, this looks now.
+    pid_t live_pid(const std::string &part) const;
 
 private:
     struct Runtime;

@@ -24,8 +24,8 @@ build: configure
 	cmake --build $(BUILD_DIR) -j$(JOBS)
 
 run: configure
-	cmake --build $(BUILD_DIR) -j$(JOBS) --target mod_korvex korvex-gateway-sim korvex_console
-	PORT=$(PORT) bash scripts/run.sh
+	cmake --build $(BUILD_DIR) -j$(JOBS) --target mod_korvex korvex-gateway-sim korvex_console korvex-gateway
+	PORT=$(PORT) $(BUILD_DIR)/sim/harness/korvex-gateway run --build-dir $(BUILD_DIR)
 
 # The package, fuzz and board trees are built first, so that ctest only tests.
 test: build

@@ -17,9 +17,10 @@ run_root="${KORVEX_RUN_ROOT:-/var/tmp/korvex-runs}"
 mkdir -p "$run_root"
 run_dir="$(mktemp -d "$run_root/console.XXXXXX")"
 chmod 755 "$run_dir"
-down() { bash "$source_dir/scripts/gateway.sh" down "$run_dir" >/dev/null 2>&1 || true; rm -rf "$run_dir"; }
+gateway="$build_dir/sim/harness/korvex-gateway"
+down() { "$gateway" down "$run_dir" >/dev/null 2>&1 || true; rm -rf "$run_dir"; }
 trap down EXIT
-bash "$source_dir/scripts/gateway.sh" up "$run_dir" --port auto --owner-pid "$$" --build-dir "$build_dir" \
+"$gateway" up "$run_dir" --port auto --owner-pid "$$" --build-dir "$build_dir" \
     >"$run_dir.up.log" 2>&1 || { cat "$run_dir.up.log" >&2; rm -f "$run_dir.up.log"; exit 1; }
 rm -f "$run_dir.up.log"
 port="$(sed -n 's/^PORT=//p' "$run_dir/env")"

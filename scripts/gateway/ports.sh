@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by scripts/gateway.sh and scripts/package/installed_gateway.sh; uses their
+# Sourced by scripts/package/installed_gateway.sh; uses its
 # globals (PORT, ...), die, and start_server / stop_server of scripts/gateway/server.sh.
 
 # --- ports ------------------------------------------------------------------------------

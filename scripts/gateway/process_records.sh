@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by scripts/gateway.sh; uses its globals (RUN_DIR, SANITIZE, ...).
+# Sourced by scripts/package/installed_gateway.sh; uses its globals (RUN_DIR, SANITIZE, ...).
 
 # --- process records: "pid starttime" so that a reused pid is never signalled --------
 
@@ -40,7 +40,7 @@ stop_record() { # NAME SECONDS
         local deadline=$((SECONDS + $2))
         while is_running "$1" && [ "$SECONDS" -lt "$deadline" ]; do sleep 0.1; done
         if is_running "$1"; then
-            echo "gateway.sh: $1 ($pid) ignored SIGTERM, killing it" >&2
+            echo "package-test: $1 ($pid) ignored SIGTERM, killing it" >&2
             kill -KILL "$pid" 2>/dev/null || true
             deadline=$((SECONDS + 5))
             while is_running "$1" && [ "$SECONDS" -lt "$deadline" ]; do sleep 0.05; done

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by scripts/gateway.sh and scripts/package/installed_gateway.sh; uses their
+# Sourced by scripts/package/installed_gateway.sh; uses its
 # globals (RUN_DIR, PORT, SANITIZE, ...). Started through serve_on_port (ports.sh), which
 # reserves the port first.
 

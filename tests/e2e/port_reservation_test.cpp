@@ -1,4 +1,4 @@
-// Ports of private gateways (scripts/gateway/ports.sh): a port stays reserved for its
+// Ports of private gateways (sim/harness/port_reservation.h): a port stays reserved for its
 // gateway for as long as the server lives, a port reserved by another gateway is never
 // chosen, and a server that finds its port taken by some other program starts on another.
 #include <fcntl.h>
@@ -107,7 +107,7 @@ TEST(PortReservationTest, TheReservationLastsAsLongAsTheServer) {
     std::unique_ptr<GatewayEnv> env = GatewayEnv::start(server_only(0));
     const int port = env->port();
     EXPECT_EQ(env->env_value("PORT_LOCK"), GatewayEnv::port_lock_file(port));
-    // "gateway.sh up" has returned: the running server holds the lock.
+    // The start has returned: the running server holds the lock.
     PortLock lock(port);
     EXPECT_FALSE(lock.try_take());
     env.reset();

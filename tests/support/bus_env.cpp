@@ -3,57 +3,37 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <stdexcept>
 
 namespace korvex::test {
 
-namespace {
-
-std::string bus_config_for(const std::string &run_dir) {
-    std::string text = read_file(std::string(KORVEX_SOURCE_DIR) + "/conf/bus.conf.in");
-    const std::string marker = "@RUN_DIR@";
-    for (auto at = text.find(marker); at != std::string::npos; at = text.find(marker)) {
-        text.replace(at, marker.size(), run_dir);
-    }
-    return text;
-}
-
-}  // namespace
-
-BusEnv::BusEnv() : run_dir_(make_run_dir("bus")) {
-    std::ofstream(run_dir_ + "/bus.conf") << bus_config_for(run_dir_);
-    if (std::system(("mkdir -p '" + run_dir_ + "/bus'").c_str()) != 0) throw std::runtime_error("mkdir failed");
-    address_ = "unix:path=" + run_dir_ + "/bus/socket";
-    start();
+BusEnv::BusEnv() : run_dir_(harness::make_run_dir("bus")) {
+    harness::GatewaySpec spec = harness::GatewaySpec::defaults(run_dir_, KORVEX_SOURCE_DIR, KORVEX_BUILD_DIR);
+    spec.with_server = false;
+    spec.owner_pid = getpid();
+    gateway_ = harness::Gateway::up(spec);
+    address_ = gateway_->facts().bus_address;
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
 }
 
 BusEnv::~BusEnv() {
-    stop();
+    gateway_->down();
     remove_tree(run_dir_);
 }
 
 void BusEnv::start() {
-    bus_ = ChildProcess({"dbus-daemon", "--config-file=" + run_dir_ + "/bus.conf", "--nofork"},
-                        run_dir_ + "/bus.log");
-    if (!wait_for_file(run_dir_ + "/bus/socket", 5000)) throw std::runtime_error("dbus-daemon did not start");
+    gateway_->bus_start();
     setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
-    const std::string ready = ready_file();
-    std::remove(ready.c_str());
-    sim_ = ChildProcess({std::string(KORVEX_BUILD_DIR) + "/sim/korvex-gateway-sim", "--nvram-file",
-                         nvram_file(), "--nvram-defaults",
-                         std::string(KORVEX_SOURCE_DIR) + "/sim/nvram_defaults.conf", "--ready-file", ready},
-                        run_dir_ + "/sim.log");
-    if (!wait_for_file(ready, 10000)) throw std::runtime_error("simulator did not get ready");
 }
 
-void BusEnv::stop() {
-    sim_.stop();
-    bus_.stop();
-    std::remove((run_dir_ + "/bus/socket").c_str());
+void BusEnv::stop() { gateway_->bus_stop(); }
+
+pid_t BusEnv::simulator_pid() const {
+    const pid_t pid = gateway_->live_pid("sim");
+    return pid == 0 ? -1 : pid;
 }
 
-std::string BusEnv::simulator_output() const { return read_file(run_dir_ + "/sim.log"); }
+std::string BusEnv::simulator_output() const { return read_file(run_dir_ + "/logs/sim.log"); }
 
 StderrCapture::StderrCapture() {
     char pattern[] = "/tmp/korvex-stderr.XXXXXX";

@@ -5,13 +5,15 @@
 #include <memory>
 #include <string>
 
+#include "sim/harness/gateway.h"
 #include "tests/support/process_runner.h"
 
 namespace korvex::test {
 
 class BusEnv {
 public:
-    // Starts dbus-daemon and the simulator in a fresh run directory.
+    // Starts dbus-daemon and the simulator in a fresh run directory (the harness's, with
+    // no server).
     BusEnv();
     ~BusEnv();
 
@@ -26,19 +28,19 @@ public:
     std::string ready_file() const { return run_dir_ + "/sim.ready"; }
     std::string simulator_output() const;
     // SIGTERM to the simulator; its exit status, or -1 if it still runs after timeout_ms.
-    int stop_simulator(int timeout_ms = 2000) { return sim_.terminate(timeout_ms); }
+    int stop_simulator(int timeout_ms = 2000) { return gateway_->terminate_simulator(timeout_ms); }
     // The simulator's exit status once it ends, or -1 while it still runs after timeout_ms.
-    int wait_for_simulator_exit(int timeout_ms) { return sim_.wait_exit(timeout_ms); }
+    int wait_for_simulator_exit(int timeout_ms) { return gateway_->wait_simulator_exit(timeout_ms); }
     // The simulator's process id (-1 when it does not run).
-    pid_t simulator_pid() const { return sim_.pid(); }
+    pid_t simulator_pid() const;
     // Ends only the bus daemon, as when the system bus goes away.
-    void stop_bus() { bus_.stop(); }
+    void stop_bus() { gateway_->stop_bus_daemon(); }
 
 private:
     std::string run_dir_;
     std::string address_;
-    ChildProcess bus_;
-    ChildProcess sim_;
+    // Bus and simulator without a server, stopped by its watcher should this process die.
+    std::unique_ptr<harness::Gateway> gateway_;
 };
 
 // Sends everything written to standard error (where the module's log lines go) to a

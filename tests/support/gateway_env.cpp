@@ -2,6 +2,8 @@
 
 #include "tests/support/http_client.h"
 #include "tests/support/process_runner.h"
+#include "sim/harness/gateway.h"
+#include "sim/harness/port_reservation.h"
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -26,9 +28,6 @@ namespace fs = std::filesystem;
 namespace korvex::test {
 namespace {
 
-const char kScript[] = KORVEX_SOURCE_DIR "/scripts/gateway.sh";
-constexpr auto kScriptTimeout = std::chrono::seconds(120);
-
 void write_file(const std::string &path, const std::string &content) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << content;
@@ -42,56 +41,6 @@ std::string tail(const std::string &text, size_t lines) {
         if (pos == std::string::npos) return text;
     }
     return text.substr(pos + 1);
-}
-
-std::string run_root() {
-    const char *root = std::getenv("KORVEX_RUN_ROOT");
-    std::string dir = root && *root ? root : "/var/tmp/korvex-runs";
-    fs::create_directories(dir);
-    chmod(dir.c_str(), 0755);  // the server's account walks through it
-    return dir;
-}
-
-// Runs the script with stdout to out_path and stderr appended to log_path; returns its
-// exit status (-1 on a time-out, after killing it).
-int run_and_wait(const std::vector<std::string> &args, const std::string &out_path,
-                 const std::string &log_path) {
-    pid_t child = fork();
-    if (child < 0) throw std::runtime_error("fork failed");
-    if (child == 0) {
-        setpgid(0, 0);
-        int in = open("/dev/null", O_RDONLY);
-        int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int err = open(log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        if (in < 0 || out < 0 || err < 0) _exit(127);
-        dup2(in, 0);
-        dup2(out, 1);
-        dup2(err, 2);
-        // Daemons started by the script must not hold the test's descriptors (a ctest pipe).
-        if (close_range(3, ~0U, 0) != 0) {
-            for (int fd = 3; fd < 1024; ++fd) close(fd);
-        }
-        std::vector<char *> argv;
-        argv.push_back(const_cast<char *>("bash"));
-        argv.push_back(const_cast<char *>(kScript));
-        for (const auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-        argv.push_back(nullptr);
-        execv("/bin/bash", argv.data());
-        _exit(127);
-    }
-    const auto deadline = std::chrono::steady_clock::now() + kScriptTimeout;
-    for (;;) {
-        int status = 0;
-        pid_t done = waitpid(child, &status, WNOHANG);
-        if (done == child) return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        if (done < 0 && errno != EINTR) return -1;
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(-child, SIGKILL);
-            waitpid(child, &status, 0);
-            return -1;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
 }
 
 bool keep_run_dirs() {
@@ -116,47 +65,39 @@ void drop_big_files(const std::string &dir) {
 std::unique_ptr<GatewayEnv> GatewayEnv::start(const Options &options) {
     std::unique_ptr<GatewayEnv> env(new GatewayEnv());
     env->options_ = options;
-    std::string pattern = run_root() + "/run-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr)
-        throw std::runtime_error("mkdtemp failed under " + run_root() + ": " + std::strerror(errno));
-    env->run_dir_ = pattern;
+    env->run_dir_ = harness::make_run_dir("run");
     const std::string conf_dir = env->run_dir_ + "/conf.d";
     if (mkdir(conf_dir.c_str(), 0755) != 0 && errno != EEXIST)
         throw std::runtime_error("cannot make " + conf_dir + ": " + std::strerror(errno));
     if (!options.thin_log_records) std::ofstream(conf_dir + "/log-records.conf") << "KorvexLogThinning off\n";
     if (!options.site_config.empty()) std::ofstream(conf_dir + "/site.conf") << options.site_config;
 
-    // The script chooses the port, reserves it and, should the server find it taken after
+    // The harness chooses the port, reserves it and, should the server find it taken after
     // all, starts the server again on another one: no other test can take it meanwhile.
-    std::vector<std::string> args = {"up",          env->run_dir_, "--port",      "auto",
-                                     "--mpm",       options.mpm,   "--log-level", std::to_string(options.log_level),
-                                     "--owner-pid", std::to_string(getpid()),     "--build-dir", KORVEX_BUILD_DIR,
-                                     "--module",    KORVEX_TEST_MODULE};
-    if (options.first_port != 0) {
-        args.push_back("--first-port");
-        args.push_back(std::to_string(options.first_port));
-    }
-    if (!options.with_bus) args.push_back("--no-bus");
-    for (const std::string &dir : options.server_tmp_dirs) {
-        args.push_back("--tmp-dir");
-        args.push_back(dir);
-    }
-    const int status = run_and_wait(args, env->run_dir_ + "/harness.out", env->run_dir_ + "/harness.log");
-    if (status != 0) {
-        std::string log = tail(read_file(env->run_dir_ + "/harness.log"), 40);
-        env->keep_run_dir_ = true;  // its destructor runs "down" and leaves the logs
-        throw std::runtime_error("gateway.sh up failed (status " + std::to_string(status) + ") in " +
-                                 env->run_dir_ + ":\n" + log);
+    harness::GatewaySpec spec = harness::GatewaySpec::defaults(env->run_dir_, KORVEX_SOURCE_DIR, KORVEX_BUILD_DIR);
+    spec.port = 0;
+    spec.first_port = options.first_port;
+    spec.mpm = options.mpm;
+    spec.log_level = std::to_string(options.log_level);
+    spec.owner_pid = getpid();
+    spec.module_file = KORVEX_TEST_MODULE;
+    spec.with_bus = options.with_bus;
+    spec.server_tmp_dirs = options.server_tmp_dirs;
+    try {
+        env->gateway_ = harness::Gateway::up(spec);
+    } catch (const std::exception &e) {
+        env->keep_run_dir_ = true;  // its destructor leaves the logs
+        throw std::runtime_error("the gateway did not start in " + env->run_dir_ + ":\n" + e.what());
     }
     env->load_env();
-    env->port_ = std::atoi(env->env_value("PORT").c_str());
+    env->port_ = env->gateway_->facts().port;
     env->bus_running_ = options.with_bus;
     return env;
 }
 
 GatewayEnv::~GatewayEnv() {
     try {
-        run_script({"down", run_dir_});
+        if (gateway_) gateway_->down();
     } catch (const std::exception &e) {
         std::cerr << "gateway down failed: " << e.what() << "\n";
     }
@@ -177,38 +118,14 @@ GatewayEnv::~GatewayEnv() {
     fs::remove_all(run_dir_, ec);
 }
 
-std::string GatewayEnv::port_lock_file(int port) {
-    // As scripts/gateway/ports.sh names it.
-    const char *dir = std::getenv("KORVEX_PORT_LOCK_DIR");
-    return std::string(dir && *dir ? dir : "/var/tmp/korvex-ports") + "/" + std::to_string(port) + ".lock";
-}
+std::string GatewayEnv::port_lock_file(int port) { return harness::port_lock_file(port); }
 
-std::string GatewayEnv::harness_log() const { return read_file(run_dir_ + "/harness.log"); }
-
-void GatewayEnv::run_script(const std::vector<std::string> &args, std::string *output) const {
-    const std::string out_path = run_dir_ + "/harness.out";
-    const std::string log_path = run_dir_ + "/harness.log";
-    size_t log_before = read_file(log_path).size();
-    int status = run_and_wait(args, out_path, log_path);
-    if (status != 0) {
-        throw std::runtime_error("gateway.sh " + args.front() + " failed (status " + std::to_string(status) +
-                                 "):\n" + read_file(log_path, log_before));
-    }
-    if (output) {
-        *output = read_file(out_path);
-        while (!output->empty() && output->back() == '\n') output->pop_back();
-    }
-}
+std::string GatewayEnv::harness_log() const { return gateway_ ? gateway_->notes() : std::string(); }
 
 void GatewayEnv::load_env() {
-    env_.clear();
-    std::istringstream lines(read_file(run_dir_ + "/env"));
-    for (std::string line; std::getline(lines, line);) {
-        size_t eq = line.find('=');
-        if (eq != std::string::npos) env_[line.substr(0, eq)] = line.substr(eq + 1);
-    }
-    bus_address_ = env_value("BUS_ADDRESS");
-    isolation_ = env_value("ISOLATION") == "namespaces";
+    env_ = gateway_->facts().as_env();
+    bus_address_ = gateway_->facts().bus_address;
+    isolation_ = gateway_->facts().isolated;
 }
 
 std::string GatewayEnv::env_value(const std::string &key) const {
@@ -285,33 +202,35 @@ void GatewayEnv::set_site_survey(const std::string &text) const {
 
 // --- processes ---------------------------------------------------------------------------
 
-pid_t GatewayEnv::spawn_process(const std::string &name) {
-    std::string id;
-    run_script({"spawn", run_dir_, name}, &id);
-    return static_cast<pid_t>(std::stol(id));
+pid_t GatewayEnv::spawn_process(const std::string &name) { return gateway_->spawn(name); }
+
+void GatewayEnv::kill_process(pid_t id) { gateway_->unspawn(id); }
+
+void GatewayEnv::sim_stop() {
+    gateway_->sim_stop();
+    load_env();
 }
 
-void GatewayEnv::kill_process(pid_t id) { run_script({"unspawn", run_dir_, std::to_string(id)}); }
-
-void GatewayEnv::sim_stop() { run_script({"sim-stop", run_dir_}); }
-
-void GatewayEnv::sim_start() { run_script({"sim-start", run_dir_}); }
+void GatewayEnv::sim_start() {
+    gateway_->sim_start();
+    load_env();
+}
 
 void GatewayEnv::bus_stop() {
-    run_script({"bus-stop", run_dir_});
+    gateway_->bus_stop();
     bus_running_ = false;
     load_env();
 }
 
 void GatewayEnv::bus_start() {
-    run_script({"bus-start", run_dir_});
+    gateway_->bus_start();
     bus_running_ = true;
     load_env();
 }
 
 bool GatewayEnv::bus_running() const { return bus_running_; }
 
-pid_t GatewayEnv::server_pid() const { return static_cast<pid_t>(std::atol(env_value("SERVER_PID").c_str())); }
+pid_t GatewayEnv::server_pid() const { return gateway_->facts().server_pid; }
 
 std::vector<pid_t> GatewayEnv::server_child_pids() const {
     std::vector<pid_t> pids;
@@ -344,11 +263,7 @@ pid_t GatewayEnv::namespace_pid(pid_t host_pid) {
     return -1;
 }
 
-std::string GatewayEnv::server_hostname() const {
-    std::string name;
-    run_script({"hostname", run_dir_}, &name);
-    return name;
-}
+std::string GatewayEnv::server_hostname() const { return gateway_->server_hostname(); }
 
 // --- shared fixture ----------------------------------------------------------------------
 

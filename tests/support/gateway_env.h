@@ -1,5 +1,6 @@
 // One private gateway for end-to-end tests: bus, simulator and Apache with the module,
-// brought up and torn down with scripts/gateway.sh in a run directory of its own.
+// brought up and torn down by the harness library (sim/harness/gateway.h) in a run
+// directory of its own.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "korvex_log.h"
+#include "sim/harness/gateway.h"
 
 namespace korvex::test {
 
@@ -26,8 +28,8 @@ struct GatewayOptions {
     // start() throws without it).
     std::vector<std::string> server_tmp_dirs;
     // The port tried first (0: none), taken without checking whether something listens on
-    // it, so that the server's own bind decides (gateway.sh up --first-port). The port is
-    // otherwise free and reserved as always (scripts/gateway/ports.sh).
+    // it, so that the server's own bind decides. The port is otherwise free and reserved as
+    // always (sim/harness/port_reservation.h).
     int first_port = 0;
     // Configuration read after the main server's (RUN_DIR/conf.d/site.conf), e.g. virtual
     // hosts with directives of their own; empty: none.
@@ -47,7 +49,7 @@ class GatewayEnv {
 public:
     using Options = GatewayOptions;
 
-    // Starts everything on a free port that gateway.sh chooses and reserves for as long as
+    // Starts everything on a free port that the harness chooses and reserves for as long as
     // the server lives; throws std::runtime_error with the log tail on failure.
     static std::unique_ptr<GatewayEnv> start(const Options &options = Options());
     // The lock file that reserves `port` for a gateway (held while its server lives).
@@ -62,7 +64,8 @@ public:
     const std::string &run_dir() const { return run_dir_; }
     // False when the server shares the host's /tmp, /proc and host name (not root).
     bool has_isolation() const { return isolation_; }
-    // A fact from RUN_DIR/env (PORT, BUS_ADDRESS, ERROR_LOG, SERVER_PID, ...); "" if absent.
+    // A fact of the running gateway, named as RUN_DIR/env names it (PORT, BUS_ADDRESS,
+    // ERROR_LOG, SERVER_PID, ...); "" if absent. As of the last start or stop of a part.
     std::string env_value(const std::string &key) const;
 
     // True when the gateway runs in sanitizer mode (KORVEX_SANITIZE=1, see docs/running.md).
@@ -72,7 +75,7 @@ public:
     // running test and keeps the run directory when there are any.
     std::vector<std::string> sanitizer_reports() const;
 
-    // What gateway.sh up printed on its standard error (its notes on ports it gave up, say).
+    // The harness's notes of the start-up (ports it gave up and why, say).
     std::string harness_log() const;
 
     // The server's error log, which also holds the module's trace lines.
@@ -124,8 +127,7 @@ public:
 
 private:
     GatewayEnv() = default;
-    // Runs scripts/gateway.sh with args (command first); throws with its stderr on failure.
-    void run_script(const std::vector<std::string> &args, std::string *output = nullptr) const;
+    // Takes the facts of the harness's gateway.
     void load_env();
 
     Options options_;
@@ -136,6 +138,7 @@ private:
     bool bus_running_ = false;
     bool keep_run_dir_ = false;
     std::map<std::string, std::string> env_;
+    std::unique_ptr<harness::Gateway> gateway_;
 };
 
 // Fixture sharing one gateway among all tests of a binary. A suite that needs other

@@ -21,4 +21,6 @@ void UploadPace::took(std::size_t bytes, apr_time_t now) {
 
 bool UploadPace::too_slow(apr_time_t now) const { return bytes_ < kPaceBytes && now - window_start_ >= kPaceWindow; }
 
+bool UploadPace::too_slow_after_time_out(apr_time_t now) const { return too_slow(now + kLeastWait); }
+
 }  // namespace korvex

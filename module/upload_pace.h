@@ -29,6 +29,11 @@ public:
     // True once a window ran out before it reached kPaceBytes.
     bool too_slow(apr_time_t now) const;
 
+    // The same for a read that timed out at `now` while waiting wait_left(): the socket
+    // hands that wait to poll() in whole milliseconds, rounded down, so the time-out may
+    // come up to a millisecond before the window ends.
+    bool too_slow_after_time_out(apr_time_t now) const;
+
 private:
     apr_time_t window_start_;
     std::size_t bytes_ = 0;

@@ -18,6 +18,18 @@ TEST(UploadPaceTest, AWindowThatRunsOutIsTooSlow) {
     EXPECT_TRUE(pace.too_slow(at_ms(10000)));
 }
 
+// poll() waits whole milliseconds, rounded down: a read given 999.7 ms times out at 999 ms.
+TEST(UploadPaceTest, AReadTimedOutWithinAMillisecondOfTheWindowsEndRanOut) {
+    UploadPace pace(kStart);
+    pace.took(kPaceBytes - 1, at_ms(9000));
+    EXPECT_FALSE(pace.too_slow_after_time_out(at_ms(9998)));
+    EXPECT_FALSE(pace.too_slow(kStart + 9999300));
+    EXPECT_TRUE(pace.too_slow_after_time_out(kStart + 9999300));
+    EXPECT_TRUE(pace.too_slow_after_time_out(at_ms(10000)));
+    pace.took(1, at_ms(9999));
+    EXPECT_FALSE(pace.too_slow_after_time_out(at_ms(10000)));
+}
+
 TEST(UploadPaceTest, EnoughBytesStartTheNextWindow) {
     UploadPace pace(kStart);
     pace.took(kPaceBytes - 1, at_ms(5000));

@@ -27,7 +27,9 @@ run: configure
 	cmake --build $(BUILD_DIR) -j$(JOBS) --target mod_korvex korvex-gateway-sim korvex_console korvex-gateway
 	PORT=$(PORT) $(BUILD_DIR)/sim/harness/korvex-gateway run --build-dir $(BUILD_DIR)
 
+# The package, fuzz and board trees are built first, so that ctest only tests.
 test: build
+	cmake --build $(BUILD_DIR) --target korvex_test_trees
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j2
 
 sanitize-build: deps

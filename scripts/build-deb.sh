@@ -2,14 +2,37 @@
 # Builds the Debian packages from the working tree into OUT_DIR (default build-deb/) and
 # runs lintian on them. The tree is copied first because dpkg-buildpackage writes its
 # results next to the source directory. See docs/packaging.md.
+#   build-deb.sh [--if-stale] [OUT_DIR]     --if-stale: only when OUT_DIR has no module
+#                                           package or a file of the tree is newer than it
 set -euo pipefail
 
 SOURCE_DIR="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+if_stale=0
+if [ "${1:-}" = --if-stale ]; then
+    if_stale=1
+    shift
+fi
 OUT_DIR="${1:-$SOURCE_DIR/build-deb}"
 JOBS="${KORVEX_DEB_JOBS:-2}"
 
 mkdir -p "$OUT_DIR"
 OUT_DIR="$(cd "$OUT_DIR" && pwd)"
+
+# True when OUT_DIR has no module package or a file of the tree changed after it was built.
+packages_stale() {
+    local deb
+    # shellcheck disable=SC2012 # the package names have no odd characters
+    deb="$(ls -t "$OUT_DIR"/libapache2-mod-korvex_*.deb 2>/dev/null | head -n 1)"
+    [ -n "$deb" ] || return 0
+    # shellcheck disable=SC2016 # expanded by the inner shell
+    [ -n "$(cd "$SOURCE_DIR" && git ls-files -z --cached --others --exclude-standard |
+        xargs -0 -r sh -c 'for f; do [ ! -e "$f" ] || [ ! "$f" -nt "$0" ] || echo "$f"; done' "$deb" |
+        head -n 1)" ]
+}
+if [ "$if_stale" = 1 ] && ! packages_stale; then
+    exit 0
+fi
+echo "build-deb: building the packages into $OUT_DIR"
 src="$OUT_DIR/src"
 rm -rf "$src" "$OUT_DIR"/*.deb "$OUT_DIR"/*.changes "$OUT_DIR"/*.buildinfo
 mkdir -p "$src"

@@ -1,13 +1,18 @@
 #!/usr/bin/env bash
 # Builds mod_korvex.so, the platform library and the unit tests for the board, runs the
 # unit tests under the user-mode emulator and checks the module's exports:
-#   scripts/cross.sh ARCH [EXPORTS_TEST]      (ARCH: mipsel or armhf)
+#   scripts/cross.sh [--build-only] ARCH [EXPORTS_TEST]      (ARCH: mipsel or armhf)
 # The tree is build-cross-ARCH/ (KORVEX_CROSS_BUILD_DIR overrides it), its sysroot in
 # build-cross-ARCH/sysroot. EXPORTS_TEST is the host's exports test binary
 # (e2e_exports_test of the native tree), run on the cross-built module; without it the
 # exports are not checked. Packages: scripts/install-cross-deps.sh ARCH.
 set -euo pipefail
 
+build_only=0
+if [ "${1:-}" = --build-only ]; then
+    build_only=1
+    shift
+fi
 arch="${1:?usage: cross.sh mipsel|armhf [EXPORTS_TEST]}"
 exports_test="${2:-}"
 case "$arch" in
@@ -42,6 +47,7 @@ cmake -S "$source_dir" -B "$build_dir" -DCMAKE_TOOLCHAIN_FILE="$source_dir/cmake
 cmake --build "$build_dir" -j"$jobs" >"$build_dir/build.log" 2>&1 ||
     { tail -60 "$build_dir/build.log" >&2; exit 1; }
 step "built mod_korvex.so for $("$triplet-readelf" -h "$build_dir/mod_korvex.so" | sed -n 's/^ *Machine: *//p')"
+[ "$build_only" = 0 ] || exit 0
 
 # The unit tests, each run through the emulator (CMAKE_CROSSCOMPILING_EMULATOR).
 ctest --test-dir "$build_dir" --output-on-failure -L unit >"$build_dir/unit.log" 2>&1 ||

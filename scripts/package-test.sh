@@ -11,24 +11,9 @@ set -euo pipefail
 
 SOURCE_DIR="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
-# True when DIR has no module package or a file of the tree changed after it was built.
-packages_stale() { # DIR
-    local deb
-    # shellcheck disable=SC2012 # the package names have no odd characters
-    deb="$(ls -t "$1"/libapache2-mod-korvex_*.deb 2>/dev/null | head -n 1)"
-    [ -n "$deb" ] || return 0
-    # shellcheck disable=SC2016 # expanded by the inner shell
-    [ -n "$(cd "$SOURCE_DIR" && git ls-files -z --cached --others --exclude-standard |
-        xargs -0 -r sh -c 'for f; do [ ! -e "$f" ] || [ ! "$f" -nt "$0" ] || echo "$f"; done' "$deb" |
-        head -n 1)" ]
-}
 if [ "${1:-}" = --build ]; then
     shift
-    mkdir -p "${1:?usage: package-test.sh [--build] DEB_DIR BUILD_DIR}"
-    if packages_stale "$1"; then
-        echo "package-test: building the packages into $1"
-        bash "$SOURCE_DIR/scripts/build-deb.sh" "$1" >/dev/null
-    fi
+    bash "$SOURCE_DIR/scripts/build-deb.sh" --if-stale "${1:?usage: package-test.sh [--build] DEB_DIR BUILD_DIR}" >/dev/null
 fi
 DEB_DIR="$(cd "${1:?usage: package-test.sh DEB_DIR BUILD_DIR}" && pwd)"
 BUILD_DIR="$(cd "${2:?usage: package-test.sh DEB_DIR BUILD_DIR}" && pwd)"

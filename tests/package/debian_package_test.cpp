@@ -118,14 +118,15 @@ TEST_F(PlainGatewayTest, AnswersByteForByteAsInTheEndToEndTests) {
 
 TEST_F(PlainGatewayTest, GetipPassesThePolicyAndReachesThePlatformDaemon) {
     EXPECT_EQ(gateway().get("/network.cgi?getip=").body, kGetipAnswer);
-    EXPECT_EQ(gateway().calls_of("getip").size(), 1u) << testing::PrintToString(record_texts(gateway().sim().records()));
+    EXPECT_EQ(gateway().calls_of("getip").size(), 1u)
+        << testing::PrintToString(record_texts(gateway().sim().records()));
 }
 
 TEST_F(PlainGatewayTest, TheServersAccountMayCallThePlatformDaemon) {
     seed_snapshot_settings();
     gateway().sim().clear_records();
-    EXPECT_EQ(platform_call_as(gateway().bus_address(), "www-data", "www-data", gateway().run_dir() + "/call-www-data.log"),
-              "Korvex-QTR58-3457");
+    const std::string log = gateway().run_dir() + "/call-www-data.log";
+    EXPECT_EQ(platform_call_as(gateway().bus_address(), "www-data", "www-data", log), "Korvex-QTR58-3457");
     const std::vector<SimRecord> calls = gateway().calls_of("get");
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(record_text(calls[0]),
@@ -212,7 +213,8 @@ protected:
     static void SetUpTestSuite() {
         PackageTest::SetUpTestSuite();
         if (!ready()) return;
-        std::ofstream(narrowed_file()) << narrowed_policy(read_file(packages().path(kShippedPolicy)), kNarrowedInterface);
+        const std::string shipped = read_file(packages().path(kShippedPolicy));
+        std::ofstream(narrowed_file()) << narrowed_policy(shipped, kNarrowedInterface);
         start_gateway({"narrowed", narrowed_file()});
     }
     static void TearDownTestSuite() { stop_gateway(); }

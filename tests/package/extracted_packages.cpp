@@ -91,7 +91,8 @@ std::string changelog_version(const std::string &source_dir) {
 }
 
 std::string host_architecture(const std::string &variable, const std::string &work_dir) {
-    const CommandResult asked = run_command({"dpkg-architecture", "-q" + variable}, work_dir + "/dpkg-architecture.log");
+    const CommandResult asked =
+        run_command({"dpkg-architecture", "-q" + variable}, work_dir + "/dpkg-architecture.log");
     if (asked.status != 0) throw std::runtime_error("dpkg-architecture -q" + variable + " failed: " + asked.output);
     return trimmed(asked.output);
 }

@@ -22,7 +22,8 @@ bool has_line(const std::string &text, const std::string &line) {
 
 std::string moved_copy(const std::string &shipped_text, const std::string &expected_line, const std::string &from,
                        const std::string &to) {
-    if (!has_line(shipped_text, expected_line)) throw std::runtime_error("the shipped file lacks the line: " + expected_line);
+    if (!has_line(shipped_text, expected_line))
+        throw std::runtime_error("the shipped file lacks the line: " + expected_line);
     std::string text = shipped_text;
     for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
         text.replace(at, from.size(), to);
@@ -38,8 +39,8 @@ std::string server_config(const ServerFiles &files, int port) {
     conf += "PidFile \"" + run + "/run/httpd.pid\"\n";
     conf += "Listen 127.0.0.1:" + std::to_string(port) + "\n";
     conf += "ServerName 127.0.0.1\nTimeout 20\n";
-    for (const char *module : {"mpm_event", "authz_core", "authz_user", "authn_core", "authn_file", "auth_basic", "mime",
-                               "dir", "reqtimeout"})
+    for (const char *module : {"mpm_event", "authz_core", "authz_user", "authn_core", "authn_file", "auth_basic",
+                               "mime", "dir", "reqtimeout"})
         conf += std::string("LoadModule ") + module + "_module " + modules + "/mod_" + module + ".so\n";
     conf += "# As Debian enables it (mods-available/reqtimeout.conf).\n"
             "RequestReadTimeout header=20-40,minrate=500\n"

@@ -41,9 +41,9 @@ ServerFiles write_server_files(const ExtractedPackages &packages, const ShippedG
     chmod((run_dir + "/apache").c_str(), 0755);
     const std::string modules = kApacheModules;
     files.load_file = run_dir + "/apache/korvex.load";
-    write_file(files.load_file,
-               moved_copy(read_file(packages.path(kShippedLoad)), "LoadModule korvex_module " + modules + "/mod_korvex.so",
-                          modules + "/", packages.path(modules) + "/"));
+    write_file(files.load_file, moved_copy(read_file(packages.path(kShippedLoad)),
+                                           "LoadModule korvex_module " + modules + "/mod_korvex.so", modules + "/",
+                                           packages.path(modules) + "/"));
     files.module_conf = packages.path(kShippedConf);
     if (plan.with_auth) {
         const std::string htpasswd = run_dir + "/korvex.htpasswd";

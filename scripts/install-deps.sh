@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(apache2 apache2-dev libdbus-1-dev libjansson-dev libcurl4-openssl-dev libgtest-dev
     cmake g++ make pkg-config util-linux curl clang libclang-rt-14-dev
-    debhelper dpkg-dev fakeroot lintian jq python3 strace chromium)
+    debhelper dpkg-dev fakeroot lintian python3 strace chromium)
 # Debian 12 splits the bus daemon into its own package; older releases ship it in "dbus".
 command -v dbus-daemon >/dev/null || packages+=(dbus-daemon)
 # The API reference's linter and renderer and the console's browser test run on node

@@ -88,6 +88,15 @@ void ChildProcess::stop() {
     reaped(status);
 }
 
+CommandResult run_command(const std::vector<std::string> &argv, const std::string &output_path, int timeout_ms) {
+    CommandResult result;
+    ChildProcess child(argv, output_path);
+    result.status = child.wait_exit(timeout_ms);
+    if (result.status == -1) child.stop();
+    result.output = read_file(output_path);
+    return result;
+}
+
 bool wait_for_file(const std::string &path, int timeout_ms) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
     struct stat st;

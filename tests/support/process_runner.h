@@ -1,4 +1,4 @@
-// Starts and stops helper programs (bus daemon, simulator) for tests.
+// Starts and stops helper programs (bus daemon, simulator) and runs commands for tests.
 #pragma once
 
 #include <sys/types.h>
@@ -36,6 +36,16 @@ private:
     pid_t pid_ = -1;
     int exit_status_ = -1;
 };
+
+// What a command printed (standard output and error, in the order written) and how it
+// ended: its exit status, 128 + the signal, or -1 when it ran past its time and was stopped.
+struct CommandResult {
+    int status = -1;
+    std::string output;
+};
+// Runs argv (looked up in PATH) to its end, its output written to output_path and read back.
+CommandResult run_command(const std::vector<std::string> &argv, const std::string &output_path,
+                          int timeout_ms = 60000);
 
 // Waits until path exists (polling), up to timeout_ms. True when it appeared.
 bool wait_for_file(const std::string &path, int timeout_ms);

@@ -34,40 +34,6 @@ class AppFlagsTest : public CommandTest {
     }
 };
 
-// ---- Getters: print the stored text, always done ----
-
-struct Getter {
-    const char *command;
-    const char *key;
-};
-
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class AppGetterTest : public AppFlagsTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(AppGetterTest, PrintsTheStoredValue) {
-    sim().nvram_put(GetParam().key, "v \"7\" <b>", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
-              std::string("v \"7\" <b><br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(AppGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, AppGetterTest,
-                         ::testing::Values(Getter{"getdoscenemode", "doscenemode"},
-                                           Getter{"getp2preconnect", "p2preconnect"},
-                                           Getter{"jsongetuserdata", "jsonsetuserdata"},
-                                           Getter{"jsongetcheckbox", "jsonsetcheckbox"},
-                                           Getter{"jsongetcheckbox2", "jsonsetcheckbox2"},
-                                           Getter{"getsavingtime", "setsavingtime"},
-                                           Getter{"getenableastclock", "enableastclock"},
-                                           Getter{"getenablelock", "enablelock"}),
-                         CommandName());
-
 // ---- Setters that store, commit and print the set reply ----
 
 struct PlainSetter {

@@ -19,6 +19,7 @@
 #include "tests/support/mpm_fixture.h"
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
+#include "tests/support/multipart.h"
 #include "tests/support/process_runner.h"
 
 namespace korvex::test {
@@ -27,7 +28,6 @@ namespace {
 constexpr std::uint32_t kSeed = 0x6b6f7276;  // fixed: every run sends the same requests
 constexpr char kHtml[] = "text/html;charset=utf-8";
 constexpr long kGiveUpMs = 400;  // how long a client that lies about its body waits
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 
 // Text in the server's logs that only a dying or misbehaving child writes.
 const char *const kCrashMarkers[] = {
@@ -283,7 +283,7 @@ protected:
                 EXPECT_EQ(response.body, "") << label;
                 break;
             case Shape::kUpdate:
-                EXPECT_TRUE(response.body == kRefresh || response.body == "updating") << label << ": "
+                EXPECT_TRUE(response.body == kUpdateRefresh || response.body == "updating") << label << ": "
                                                                                        << response.body;
                 break;
             case Shape::kText:

@@ -144,38 +144,6 @@ TEST_F(HostNameTest, TheHostNameFollowsTheLastOfTheTwoCommands) {
     expect_stored("language", "de", "de");
 }
 
-// ---- Plain getters ----
-
-struct Getter {
-    const char *command;
-    const char *key;
-};
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class IdentityGetterTest : public IdentityTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(IdentityGetterTest, PrintsTheStoredText) {
-    sim().nvram_put(GetParam().key, "v <7> \"x\"", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
-              std::string("v <7> \"x\"<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(IdentityGetterTest, EmptyTextPrintsAnEmptyLine) {
-    sim().nvram_put(GetParam().key, "", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("<br>") + GetParam().command + " done");
-}
-
-TEST_P(IdentityGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, IdentityGetterTest,
-                         ::testing::Values(Getter{"gethostname", "HostName"}, Getter{"getlanguage", "language"}),
-                         CommandName());
-
 TEST_F(IdentityTest, FactoryHostNameAndLanguage) {
     EXPECT_EQ(run("gethostname=&getlanguage="), "korvex-gateway<br>gethostname done1<br>getlanguage done");
 }

@@ -298,43 +298,6 @@ INSTANTIATE_TEST_SUITE_P(Commands, ReadBackSetterTest,
                                            ReadBackSetter{"settestmode", "testmode", true, "0"}),
                          CommandName());
 
-struct Getter {
-    const char *command;
-    const char *key;
-};
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class LocalGetterTest : public LocalServicesTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(LocalGetterTest, PrintsTheStoredText) {
-    sim().nvram_put(GetParam().key, "v <7> \"x\"", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
-              std::string("v <7> \"x\"<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(LocalGetterTest, PrintsTheWorkingCopy) {
-    sim().nvram_put(GetParam().key, "uncommitted", false);
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("uncommitted<br>") + GetParam().command + " done");
-}
-
-TEST_P(LocalGetterTest, EmptyTextPrintsAnEmptyLine) {
-    sim().nvram_put(GetParam().key, "", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("<br>") + GetParam().command + " done");
-}
-
-TEST_P(LocalGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, LocalGetterTest,
-                         ::testing::Values(Getter{"getzwavemodule", "zwaveModule"},
-                                           Getter{"getsocketport", "socketPort"},
-                                           Getter{"getsocketsec", "socketSec"}, Getter{"gettestmode", "testmode"}),
-                         CommandName());
-
 TEST_F(LocalServicesTest, FactorySettings) {
     EXPECT_EQ(run("getzwavemodule=&getsocketaddr=&getsocketport=&getsocketsec=&gettestmode="),
               "serial<br>getzwavemodule done203.0.113.25<br>getsocketaddr done8883<br>getsocketport done"

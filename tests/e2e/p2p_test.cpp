@@ -301,44 +301,6 @@ INSTANTIATE_TEST_SUITE_P(
                       AccountSetter{"setSUpwd", "SU_PASSWORD", "password length > 63", "su7Qx2rT"}),
     CommandName());
 
-// ---- Getters ----
-
-struct Getter {
-    const char *command;
-    const char *key;
-    const char *factory;
-};
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class P2pGetterTest : public P2pTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(P2pGetterTest, PrintsTheFactoryValue) {
-    EXPECT_EQ(run(std::string(GetParam().command) + "=1"),
-              std::string(GetParam().factory) + "<br>" + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(P2pGetterTest, PrintsTheStoredTextAsItStands) {
-    sim().nvram_put(GetParam().key, "v 'x' <b>", false);
-    EXPECT_EQ(run(std::string(GetParam().command) + "="),
-              std::string("v 'x' <b><br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(P2pGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, P2pGetterTest,
-                         ::testing::Values(Getter{"getTUTKuuid", "TUTK_UUID", "E7KA9ZB1XH4WTRGU111A"},
-                                           Getter{"getOrbwebuuid", "UUID", "4F61A2C95DE3B07810KQ"},
-                                           Getter{"getp2pusername", "TUTK_USERNAME", "admin"},
-                                           Getter{"getp2ppwd", "TUTK_PASSWORD", "888888"},
-                                           Getter{"getSUpwd", "SU_PASSWORD", "su7Qx2rT"}),
-                         CommandName());
-
 // ---- Account commit ----
 
 TEST_F(P2pTest, P2paccountcommitCommitsTheAccountThenRestartsP2p) {

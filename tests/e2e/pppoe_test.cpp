@@ -145,40 +145,6 @@ TEST_F(PppoeTest, SetpppoepasswordRefusesAnEmptyPassword) {
     expect_stored(kPasswordKey, "old", "old");
 }
 
-// ---- Getters: print the stored text, always done ----
-
-struct Getter {
-    const char *command;
-    const char *key;
-};
-
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class PppoeGetterTest : public PppoeTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(PppoeGetterTest, PrintsTheStoredText) {
-    sim().nvram_put(GetParam().key, "v 'x' <b>", false);
-    EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
-              std::string("v 'x' <b><br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(PppoeGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, PppoeGetterTest,
-                         ::testing::Values(Getter{"getpppoeenable", "PPPoE_Enable"},
-                                           Getter{"getpppoeusername", "PPPoE_UserName"},
-                                           Getter{"getpppoepassword", "PPPoE_PassWord"}),
-                         CommandName());
-
-TEST_F(PppoeTest, GetpppoeenablePrintsTheFactorySwitch) {
-    EXPECT_EQ(run("getpppoeenable="), "0<br>getpppoeenable done");
-}
-
 // ---- Restarting the client ----
 
 // The switch stays at its factory 0: a stored name and password are enough to start.

@@ -12,6 +12,7 @@
 #include "tests/support/access_log.h"
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
+#include "tests/support/multipart.h"
 #include "tests/support/process_runner.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/record_text.h"
@@ -21,7 +22,6 @@ namespace korvex::test {
 namespace {
 
 const std::string kBoundary = "----KorvexUpdateBoundary1f7c";
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 const std::string kAdmin = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin ";
 const std::string kGetModel = "method_call " + kAdmin + "getModel(s:getModel)";
 const std::string kAlive = "signal - com.KorvexLabs.signal.update alive(i:1)";
@@ -90,7 +90,7 @@ class UpdateCgiTest : public GatewayTest {
 TEST_F(UpdateCgiTest, AsksForTheModelAnnouncesItselfStoresTheImageAndStartsTheUpdater) {
     const std::string image = image_bytes(20000, 1);
     HttpResponse response = upload(image);
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_EQ(response.headers["content-type"], "text/html;charset=utf-8");
     EXPECT_TRUE(stored() == image) << stored().size() << " bytes stored";
 
@@ -105,7 +105,7 @@ TEST_F(UpdateCgiTest, AsksForTheModelAnnouncesItselfStoresTheImageAndStartsTheUp
 TEST_F(UpdateCgiTest, TraceOfANormalRun) {
     const std::string body = multipart(image_bytes(20000, 2));
     HttpResponse response = upload(image_bytes(20000, 2));
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     ASSERT_TRUE(env().wait_for_log("leave apache_dbus_send_str_ret_int", std::chrono::seconds(5), log_before_));
     const std::string length = std::to_string(body.size());
     EXPECT_EQ(log_lines(),
@@ -128,13 +128,13 @@ TEST_F(UpdateCgiTest, TraceOfANormalRun) {
 TEST_F(UpdateCgiTest, ModelTextIsQuotedIntoTheUpdaterLine) {
     sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getModel","mode":"values",)"
                    R"("signature":"s","values":["QTR60"]})");
-    EXPECT_EQ(upload(image_bytes(9000, 3)).body, kRefresh);
+    EXPECT_EQ(upload(image_bytes(9000, 3)).body, kUpdateRefresh);
     sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getModel","mode":"values",)"
                    R"("signature":"s","values":["QTR 58; reboot"]})");
-    EXPECT_EQ(upload(image_bytes(9000, 4)).body, kRefresh);
+    EXPECT_EQ(upload(image_bytes(9000, 4)).body, kUpdateRefresh);
     // No model at all: the absent text keeps its place in the line.
     sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getModel","mode":"error"})");
-    EXPECT_EQ(upload(image_bytes(9000, 5)).body, kRefresh);
+    EXPECT_EQ(upload(image_bytes(9000, 5)).body, kUpdateRefresh);
 
     std::vector<std::string> lines;
     for (const SimRecord &record : sim_->records()) {
@@ -227,7 +227,7 @@ TEST_F(UpdateCgiTest, UpdaterStartedUnderAPathDoesNotCount) {
     HttpResponse response = upload(image);
     env().kill_process(lookalike);
     env().kill_process(other);
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_TRUE(stored() == image);
     EXPECT_EQ(sim_->records().size(), 3u);
 }
@@ -237,7 +237,7 @@ TEST_F(UpdateCgiTest, SilentPlatformMakesTheUpdaterStartTimeOut) {
                    R"("member":"doSystem","mode":"silent"})");
     const std::string image = image_bytes(10000, 8);
     HttpResponse response = upload(image);
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_TRUE(stored() == image);
     // Sent but not answered: the updater may still run, so nothing is taken back.
     for (const SimRecord &record : sim_->records()) {

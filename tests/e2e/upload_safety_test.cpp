@@ -20,7 +20,6 @@
 namespace korvex::test {
 namespace {
 
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 const std::string kEarlier = std::string(700000, 'E');
 const std::string kUpdaterStart = "update -k /tmp/uImage -m QTR58 -r 3 &";
 
@@ -68,7 +67,7 @@ TEST_F(UploadSafetyTest, ACompleteUploadReplacesTheImageAndStartsTheUpdaterOnce)
     const HttpResponse response =
         post(port(), "/update.cgi", upload_body(image), upload_content_type());
     EXPECT_EQ(response.status, 200);
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_TRUE(stored() == image) << stored().size() << " bytes stored";
     EXPECT_EQ(leftovers(), std::vector<std::string>{});
     EXPECT_EQ(shell_lines(), std::vector<std::string>{kUpdaterStart});
@@ -154,7 +153,7 @@ TEST_F(UploadSafetyTest, TwoUploadsAtOnceNeverInterleave) {
     first.send(first_body.substr(200000));
     const std::string answer = first.answer(15000);
     EXPECT_EQ(answer.rfind("HTTP/1.1 200", 0), 0u) << answer.substr(0, 200);
-    EXPECT_NE(answer.find(kRefresh), std::string::npos);
+    EXPECT_NE(answer.find(kUpdateRefresh), std::string::npos);
     EXPECT_TRUE(stored() == first_image) << stored().size() << " bytes stored";
     EXPECT_EQ(shell_lines(), std::vector<std::string>{kUpdaterStart});
     EXPECT_EQ(leftovers(), std::vector<std::string>{});

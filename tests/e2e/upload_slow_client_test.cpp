@@ -5,34 +5,29 @@
 // own pace run out at about the same time; either way the client sees the same answer), and
 // once with mod_reqtimeout's body time-out off, where the module's pace alone ends the drip.
 #include <chrono>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tests/support/gateway_env.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/multipart.h"
 #include "tests/support/process_runner.h"
 #include "tests/support/raw_client.h"
-#include "tests/support/sim_client.h"
+#include "tests/support/upload_fixture.h"
 
 namespace korvex::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 const std::string kRefused = "The firmware upload was incomplete or could not be stored; nothing was updated.";
 constexpr auto kDripInterval = std::chrono::seconds(3);
 
-class SlowUploadTest : public GatewayTest {
+class SlowUploadTest : public UploadFixture {
 protected:
     void SetUp() override {
-        GatewayTest::SetUp();
-        if (!env().has_isolation()) GTEST_SKIP() << "needs the server's private /tmp";
-        sim_ = std::make_unique<SimClient>(env().bus_address());
-        sim_->reset();
+        UploadFixture::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
         env().write_server_tmp("uImage", "earlier");
         log_before_ = env().error_log_size();
     }
@@ -77,7 +72,7 @@ protected:
         const std::string image = random_image(40000, 22);
         const HttpResponse second = post(port(), "/update.cgi", upload_body(image), upload_content_type());
         EXPECT_EQ(second.status, 200);
-        EXPECT_EQ(second.body, kRefresh);
+        EXPECT_EQ(second.body, kUpdateRefresh);
         EXPECT_TRUE(read_file(env().server_tmp_path("uImage")) == image);
         std::vector<std::string> members;
         for (const SimRecord &record : sim_->records()) {
@@ -88,7 +83,6 @@ protected:
                                                      "doSystem s:update -k /tmp/uImage -m QTR58 -r 3 &"}));
     }
 
-    std::unique_ptr<SimClient> sim_;
     size_t log_before_ = 0;
 };
 

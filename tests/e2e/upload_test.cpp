@@ -26,7 +26,6 @@ namespace korvex::test {
 namespace {
 
 const std::string &kBoundary = kUploadBoundary;
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 
 std::string random_bytes(std::size_t size, unsigned seed) { return random_image(size, seed); }
 std::string closing() { return upload_closing(); }
@@ -155,7 +154,7 @@ TEST_F(UploadTest, LargeImageIsStreamedToTheFile) {
 
     ASSERT_EQ(response.error, "");
     EXPECT_EQ(response.status, 200);
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     const std::string file = stored();
     EXPECT_EQ(file.size(), image.size());
     EXPECT_TRUE(file == image) << "the stored image differs";

@@ -95,23 +95,6 @@ INSTANTIATE_TEST_SUITE_P(Commands, WanLiveGetterTest,
 
 // ---- Connection mode ----
 
-TEST_F(WanTest, GetconnectmodePrintsTheStoredMode) {
-    sim().nvram_put("wanConnectionMode", "STATIC", false);
-    EXPECT_EQ(run("getconnectmode=ignored"), "STATIC<br>getconnectmode done");
-    EXPECT_EQ(calls(), Calls{get_call("wanConnectionMode")});
-}
-
-TEST_F(WanTest, GetconnectmodePrintsTheFactoryMode) {
-    EXPECT_EQ(run("getconnectmode="), "DHCP<br>getconnectmode done");
-    EXPECT_EQ(calls(), Calls{get_call("wanConnectionMode")});
-}
-
-TEST_F(WanTest, GetconnectmodeWithoutReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run("getconnectmode="), "(null)<br>getconnectmode done");
-    EXPECT_EQ(calls(), Calls{get_call("wanConnectionMode")});
-}
-
 TEST_F(WanTest, SetconnectmodeStoresStaticWithoutCommitting) {
     EXPECT_EQ(run("setconnectmode=STATIC"), "setconnectmode done");
     EXPECT_EQ(calls(), Calls{set_call("wanConnectionMode", "STATIC")});

@@ -111,44 +111,6 @@ INSTANTIATE_TEST_SUITE_P(Commands, WifiSetterTest,
                                            Setter{"setstapwd", "STA_WPAPSK", false}),
                          CommandName());
 
-// ---- Getters: print the working copy, always done ----
-
-struct Getter {
-    const char *command;
-    const char *key;
-};
-
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class WifiGetterTest : public WifiTest, public ::testing::WithParamInterface<Getter> {
-  protected:
-    std::string command() const { return GetParam().command; }
-};
-
-TEST_P(WifiGetterTest, PrintsTheWorkingValue) {
-    // Not committed: a getter shows what the setters stored before "wificommit".
-    sim().nvram_put(GetParam().key, "v \"7\" <b>", false);
-    EXPECT_EQ(run(command() + "=ignored"), "v \"7\" <b><br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(WifiGetterTest, EmptyValuePrintsAnEmptyLine) {
-    sim().nvram_put(GetParam().key, "", false);
-    EXPECT_EQ(run(command() + "="), "<br>" + command() + " done");
-}
-
-TEST_P(WifiGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(command() + "="), "(null)<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, WifiGetterTest,
-                         ::testing::Values(Getter{"getwifimode", "WifiMode"}, Getter{"getapssid", "SSID1"},
-                                           Getter{"getstassid", "STA_SSID1"}, Getter{"getappwd", "WPAPSK"},
-                                           Getter{"getstapwd", "STA_WPAPSK"}),
-                         CommandName());
-
 TEST_F(WifiTest, SetThenGetRoundTripsThroughTheWorkingCopy) {
     EXPECT_EQ(run("setstassid=Cafe%20Wlan&getstassid="), "Cafe Wlan<br>setstassid doneCafe Wlan<br>getstassid done");
     EXPECT_EQ(calls(), (Calls{set_call("STA_SSID1", "Cafe Wlan"), get_call("STA_SSID1")}));

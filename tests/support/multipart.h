@@ -36,6 +36,9 @@ inline std::string upload_closing() { return "\r\n--" + kUploadBoundary + "--\r\
 
 inline std::string upload_body(const std::string &image) { return upload_part_header() + image + upload_closing(); }
 
+// The answer of "update.cgi" to an upload it stored and handed to the updater.
+inline const std::string kUpdateRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
+
 inline std::string upload_content_type() { return "multipart/form-data; boundary=" + kUploadBoundary; }
 
 }  // namespace korvex::test

@@ -75,6 +75,11 @@ TEST(SurveyRow, FieldsPastTheEndOfAShortLineAreEmpty) {
     EXPECT_EQ(cut("1   KorvexHome                       00:11"), "1|KorvexHome|00:11|||");
 }
 
+TEST(SurveyRow, BlanksAroundAFieldGoAndBlanksInsideStay) {
+    EXPECT_EQ(cut("6     Guest Network 2G               66:77:88:99:aa:bb   NONE                   45       11b/g   NONE   In \n"),
+              "6|Guest Network 2G|66:77:88:99:aa:bb|NONE|45|11b/g");
+}
+
 TEST(SurveyRow, OnlyTheGivenLengthIsRead) {
     // What lies after the line's length (a longer earlier line in the same buffer) is never used.
     const std::string buffer = kRow;
@@ -107,6 +112,15 @@ TEST(SurveyTable, TheRestOfALineLongerThanTheBufferIsTheNextLine) {
     ASSERT_EQ(rows.size(), 2u);
     EXPECT_EQ(rows[0].substr(0, 7), "3|Long|");
     EXPECT_EQ(rows[1], "tai|of the line||||");
+}
+
+TEST(SurveyTable, AShortLineAfterAFullOneShowsNothingOfIt) {
+    // The buffer still holds the earlier line's bytes past the short line's end.
+    const std::string full(120, 'x');
+    EXPECT_EQ(rows_of(kTitle + full + "\n" + "11  CafeNetwork-5G_x\n" + "7   Short Row                        00:11:22\n"),
+              (std::vector<std::string>{"xxx|" + std::string(32, 'x') + "|" + std::string(19, 'x') + "|" +
+                                            std::string(22, 'x') + "|" + std::string(9, 'x') + "|" + std::string(7, 'x'),
+                                        "11|CafeNetwork-5G_x||||", "7|Short Row|00:11:22|||"}));
 }
 
 TEST(SurveyTable, AShortRemainderOfALongLineEndsTheTable) {

@@ -84,18 +84,8 @@ TEST_F(DaemonRestartTest, RestartedDaemonIsReachedByTheNextRequestUnderPrefork) 
     restarted_daemon_is_reached_by_the_next_request();
 }
 
-// Same owner: the daemon only resumed, so the window runs its course and a probe ends it.
-TEST_F(DaemonRestartTest, ResumedDaemonStillWaitsForItsProbe) {
-    const std::string healthy = run("getswversion=");
-    const std::string failed = make_sdk_silent();
-    sim().reset();
-    EXPECT_EQ(run("getswversion="), failed) << "still inside the window";
-    EXPECT_LT(elapsed_ms(), 500);
-    EXPECT_EQ(calls(), Calls{});
-    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-    EXPECT_EQ(run("getswversion="), healthy) << "the probe";
-    EXPECT_EQ(calls().size(), 2u);
-}
+// A daemon that only resumed (same owner) lets the window run its course until a probe ends
+// it: SilentDaemonTest.OneTimeOutThenReadsFailAtOnceWritesAreSentAndAnAnswerEndsTheWindow.
 
 TEST_F(DaemonRestartTest, NameWithoutOwnerDuringTheWindowStillFailsAtOnce) {
     const std::string failed = make_sdk_silent();

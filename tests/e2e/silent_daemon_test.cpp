@@ -145,17 +145,8 @@ TEST_F(SilentDaemonTest, OneTimeOutThenReadsFailAtOnceWritesAreSentAndAnAnswerEn
     EXPECT_EQ(calls(18).size(), 18u) << "the probe's two reads and the eight requests' two each";
 }
 
-TEST_F(SilentDaemonTest, SnapshotDuringTheWindowAnswersAtOnceWithoutTheSilentDaemonsItems) {
-    const std::string healthy = run("jsongetupdate=");
-    sim().set_rule(kSilentSdk);
-    const std::string first = run("jsongetupdate=");
-    EXPECT_GE(elapsed_ms(), kStringTimeoutMs - 200);
-    EXPECT_NE(first, healthy);
-    sim().clear_records();
-    EXPECT_EQ(run("jsongetupdate="), first);
-    EXPECT_LT(elapsed_ms(), 1000);
-    for (const std::string &call : calls()) EXPECT_EQ(call.find(kSdk + " "), std::string::npos) << call;
-}
+// The status snapshot during the window: StatusSnapshotTest.
+// SilentSdkCostsOneTimeOutLeavesTheVersionNullThenIsNotAskedAgain.
 
 TEST_F(SilentDaemonTest, DaemonAnsweringJustWithinItsTimeOutNeverTrips) {
     const std::string healthy = run("getdoscenemode=");

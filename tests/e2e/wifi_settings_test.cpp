@@ -15,7 +15,6 @@
 namespace korvex::test {
 namespace {
 
-const std::string kPlatform = "com.korvex-labs.www.platform";
 
 // One refusal text for SSIDs and passphrases alike.
 const std::string kTooLong = "ssid string length must small than 32<br>";

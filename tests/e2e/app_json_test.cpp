@@ -37,7 +37,8 @@ class AppJsonTest : public CommandTest {
         const auto start = std::chrono::steady_clock::now();
         HttpResponse response = get(port(), "/network.cgi?" + query, 15000);
         const auto took = std::chrono::steady_clock::now() - start;
-        return {std::move(response), static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(took).count())};
+        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
+        return {std::move(response), static_cast<long>(ms)};
     }
 };
 

@@ -127,9 +127,8 @@ TEST_F(SilentDaemonTest, OneTimeOutThenReadsFailAtOnceWritesAreSentAndAnAnswerEn
     EXPECT_LT(elapsed_ms(), 1000);
     const std::vector<std::string> recovered = messages(env().error_log_since(probed), "answers again");
     ASSERT_EQ(recovered.size(), 1u);
-    EXPECT_TRUE(std::regex_match(recovered[0],
-                                 std::regex(R"(^com\.korvex-labs\.www\.sdk answers again after [0-9]+ ms of silence$)")))
-        << recovered[0];
+    static const std::regex kRecovered(R"(^com\.korvex-labs\.www\.sdk answers again after [0-9]+ ms of silence$)");
+    EXPECT_TRUE(std::regex_match(recovered[0], kRecovered)) << recovered[0];
 
     // Many connections at once, so several children serve them: all reach the daemon.
     std::vector<std::future<HttpResponse>> answers;

@@ -57,12 +57,18 @@ class UpdateCgiTest : public GatewayTest {
         access_before_ = access_log_size(env());
     }
 
-    HttpResponse upload(const std::string &image, long expected_status = 200) {
-        return upload_body(multipart(image), expected_status);
+    // Whether the upload asks to skip the pause after the memory purge (kNoPurgePauseHeader).
+    enum class Pause { kSkipped, kKept };
+
+    HttpResponse upload(const std::string &image, long expected_status = 200, Pause pause = Pause::kSkipped) {
+        return upload_body(multipart(image), expected_status, pause);
     }
-    HttpResponse upload_body(const std::string &body, long expected_status) {
+    HttpResponse upload_body(const std::string &body, long expected_status, Pause pause = Pause::kSkipped) {
+        std::vector<std::string> headers;
+        if (pause == Pause::kSkipped) headers.push_back(kNoPurgePauseHeader);
         const auto started = std::chrono::steady_clock::now();
-        HttpResponse response = post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + kBoundary);
+        HttpResponse response =
+            post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + kBoundary, headers);
         elapsed_ = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
         EXPECT_EQ(response.error, "");
         EXPECT_EQ(response.status, expected_status);
@@ -89,7 +95,7 @@ class UpdateCgiTest : public GatewayTest {
 
 TEST_F(UpdateCgiTest, AsksForTheModelAnnouncesItselfStoresTheImageAndStartsTheUpdater) {
     const std::string image = image_bytes(20000, 1);
-    HttpResponse response = upload(image);
+    HttpResponse response = upload(image, 200, Pause::kKept);
     EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_EQ(response.headers["content-type"], "text/html;charset=utf-8");
     EXPECT_TRUE(stored() == image) << stored().size() << " bytes stored";
@@ -149,7 +155,7 @@ TEST_F(UpdateCgiTest, ModelTextIsQuotedIntoTheUpdaterLine) {
 // announced before the body was looked at is taken back.
 TEST_F(UpdateCgiTest, GetWithoutBodyStartsNothing) {
     env().write_server_tmp("uImage", "previous");
-    HttpResponse response = get(port(), "/update.cgi");
+    HttpResponse response = get_with_fault(port(), "/update.cgi", kNoPurgePause, 10000);
     EXPECT_EQ(response.status, 400);
     EXPECT_EQ(stored(), "previous");
     const std::string path = serving_path();
@@ -208,7 +214,7 @@ TEST_F(UpdateCgiTest, RunningUpdaterRefusesWithoutTouchingAnything) {
     if (!env().has_isolation()) GTEST_SKIP() << "needs the server's private process table";
     env().write_server_tmp("uImage", "untouched");
     const pid_t updater = env().spawn_process("update");
-    HttpResponse response = upload(image_bytes(20000, 6));
+    HttpResponse response = upload(image_bytes(20000, 6), 200, Pause::kKept);
     env().kill_process(updater);
     EXPECT_EQ(response.body, "updating");
     EXPECT_FALSE(response.has_header("content-type")) << response.headers["content-type"];
@@ -236,7 +242,7 @@ TEST_F(UpdateCgiTest, SilentPlatformMakesTheUpdaterStartTimeOut) {
     sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":"com.KorvexLabs.platform.admin",)"
                    R"("member":"doSystem","mode":"silent"})");
     const std::string image = image_bytes(10000, 8);
-    HttpResponse response = upload(image);
+    HttpResponse response = upload(image, 200, Pause::kKept);
     EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_TRUE(stored() == image);
     // Sent but not answered: the updater may still run, so nothing is taken back.

@@ -65,7 +65,7 @@ protected:
 TEST_F(UploadSafetyTest, ACompleteUploadReplacesTheImageAndStartsTheUpdaterOnce) {
     const std::string image = random_image(300000, 11);
     const HttpResponse response =
-        post(port(), "/update.cgi", upload_body(image), upload_content_type());
+        post(port(), "/update.cgi", upload_body(image), upload_content_type(), {kNoPurgePauseHeader});
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_TRUE(stored() == image) << stored().size() << " bytes stored";
@@ -76,14 +76,15 @@ TEST_F(UploadSafetyTest, ACompleteUploadReplacesTheImageAndStartsTheUpdaterOnce)
 TEST_F(UploadSafetyTest, ABodyWithoutItsClosingBoundaryAnswers400) {
     const size_t since = env().error_log_size();
     const std::string body = upload_part_header() + random_image(300000, 12);
-    const HttpResponse response = post(port(), "/update.cgi", body, upload_content_type());
+    const HttpResponse response = post(port(), "/update.cgi", body, upload_content_type(), {kNoPurgePauseHeader});
     EXPECT_EQ(response.status, 400);
     EXPECT_EQ(env().count_log_lines("upload without its closing boundary", since), 1u);
     expect_nothing_changed("no closing boundary");
 }
 
 TEST_F(UploadSafetyTest, AMalformedPartHeaderAnswers400) {
-    const HttpResponse response = post(port(), "/update.cgi", "no multipart here", upload_content_type());
+    const HttpResponse response =
+        post(port(), "/update.cgi", "no multipart here", upload_content_type(), {kNoPurgePauseHeader});
     EXPECT_EQ(response.status, 400);
     expect_nothing_changed("malformed");
 }
@@ -131,7 +132,8 @@ TEST_F(UploadSafetyTest, AnImageThatCannotBeWrittenAnswers500) {
     ASSERT_EQ(stat(tmp.c_str(), &before), 0);
     ASSERT_EQ(chmod(tmp.c_str(), 0555), 0);
     const HttpResponse response =
-        post(port(), "/update.cgi", upload_body(random_image(20000, 15)), upload_content_type());
+        post(port(), "/update.cgi", upload_body(random_image(20000, 15)), upload_content_type(),
+             {kNoPurgePauseHeader});
     chmod(tmp.c_str(), before.st_mode & 07777);
     EXPECT_EQ(response.status, 500);
     expect_nothing_changed("unwritable");

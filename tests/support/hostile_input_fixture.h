@@ -101,7 +101,8 @@ protected:
         EXPECT_TRUE(hostile::alive(env().server_pid()));
         HttpResponse canary = get(port(), "/network.cgi?nosuch=1&getdoscenemode");
         EXPECT_EQ(canary.status, 200) << canary.error;
-        EXPECT_TRUE(canary.body.rfind("nosuch doesn't exist", 0) == 0 && hostile::ends_with(canary.body, "getdoscenemode done"))
+        EXPECT_TRUE(canary.body.rfind("nosuch doesn't exist", 0) == 0 &&
+                    hostile::ends_with(canary.body, "getdoscenemode done"))
             << canary.body;
     }
 
@@ -135,7 +136,8 @@ protected:
         switch (shape) {
             case Shape::kNetwork:
                 EXPECT_TRUE(response.body.empty() || hostile::ends_with(response.body, " done") ||
-                            hostile::ends_with(response.body, " failed") || hostile::ends_with(response.body, " doesn't exist"))
+                            hostile::ends_with(response.body, " failed") ||
+                            hostile::ends_with(response.body, " doesn't exist"))
                     << label << ": " << response.body.substr(0, 500);
                 break;
             case Shape::kEmpty:

@@ -76,8 +76,9 @@ TEST(SurveyRow, FieldsPastTheEndOfAShortLineAreEmpty) {
 }
 
 TEST(SurveyRow, BlanksAroundAFieldGoAndBlanksInsideStay) {
-    EXPECT_EQ(cut("6     Guest Network 2G               66:77:88:99:aa:bb   NONE                   45       11b/g   NONE   In \n"),
-              "6|Guest Network 2G|66:77:88:99:aa:bb|NONE|45|11b/g");
+    const std::string line =
+        "6     Guest Network 2G               66:77:88:99:aa:bb   NONE                   45       11b/g   NONE   In \n";
+    EXPECT_EQ(cut(line), "6|Guest Network 2G|66:77:88:99:aa:bb|NONE|45|11b/g");
 }
 
 TEST(SurveyRow, OnlyTheGivenLengthIsRead) {
@@ -117,10 +118,12 @@ TEST(SurveyTable, TheRestOfALineLongerThanTheBufferIsTheNextLine) {
 TEST(SurveyTable, AShortLineAfterAFullOneShowsNothingOfIt) {
     // The buffer still holds the earlier line's bytes past the short line's end.
     const std::string full(120, 'x');
-    EXPECT_EQ(rows_of(kTitle + full + "\n" + "11  CafeNetwork-5G_x\n" + "7   Short Row                        00:11:22\n"),
-              (std::vector<std::string>{"xxx|" + std::string(32, 'x') + "|" + std::string(19, 'x') + "|" +
-                                            std::string(22, 'x') + "|" + std::string(9, 'x') + "|" + std::string(7, 'x'),
-                                        "11|CafeNetwork-5G_x||||", "7|Short Row|00:11:22|||"}));
+    const std::string full_row = "xxx|" + std::string(32, 'x') + "|" + std::string(19, 'x') + "|" +
+                                 std::string(22, 'x') + "|" + std::string(9, 'x') + "|" + std::string(7, 'x');
+    const std::string ends_in_the_ssid = "11  CafeNetwork-5G_x\n";
+    const std::string ends_in_the_bssid = "7   Short Row                        00:11:22\n";
+    EXPECT_EQ(rows_of(kTitle + full + "\n" + ends_in_the_ssid + ends_in_the_bssid),
+              (std::vector<std::string>{full_row, "11|CafeNetwork-5G_x||||", "7|Short Row|00:11:22|||"}));
 }
 
 TEST(SurveyTable, AShortRemainderOfALongLineEndsTheTable) {

@@ -231,72 +231,7 @@ TEST_F(LocalServicesTest, EnableTelnetdRefusesEveryOtherValueWithoutACall) {
     EXPECT_EQ(calls(), Calls{});
 }
 
-// ---- Cloud socket settings and the test-mode flag: stored, read back, printed ----
-
-struct ReadBackSetter {
-    const char *command;
-    const char *key;
-    bool commits;
-    const char *factory;
-};
-void PrintTo(const ReadBackSetter &p, std::ostream *os) { *os << p.command; }
-
-class ReadBackSetterTest : public LocalServicesTest, public ::testing::WithParamInterface<ReadBackSetter> {
-protected:
-    Calls expected(const std::string &value) const {
-        Calls expected{set_call(GetParam().key, value)};
-        if (GetParam().commits) expected.push_back(kCommit);
-        expected.push_back(get_call(GetParam().key));
-        return expected;
-    }
-    // Working copy `value`; committed too when the command commits, else still the factory one.
-    void expect_kept(const std::string &value) {
-        expect_stored(GetParam().key, value, GetParam().commits ? value : GetParam().factory);
-    }
-    std::string command() const { return GetParam().command; }
-};
-
-TEST_P(ReadBackSetterTest, StoresAndPrintsTheValueReadBack) {
-    EXPECT_EQ(run(command() + "=cloud.example.net%3A4443"), "cloud.example.net:4443<br>" + command() + " done");
-    EXPECT_EQ(calls(), expected("cloud.example.net:4443"));
-    expect_kept("cloud.example.net:4443");
-}
-
-TEST_P(ReadBackSetterTest, PrintsWhatThePlatformReadsBackNotTheValueGiven) {
-    read_back_as("platform <text>");
-    EXPECT_EQ(run(command() + "=9"), "platform <text><br>" + command() + " done");
-    EXPECT_EQ(calls(), expected("9"));
-    expect_kept("9");
-}
-
-TEST_P(ReadBackSetterTest, StoresTheEmptyValue) {
-    EXPECT_EQ(run(command() + "="), "<br>" + command() + " done");
-    EXPECT_EQ(calls(), expected(""));
-    expect_kept("");
-}
-
-TEST_P(ReadBackSetterTest, WithoutReadBackPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(command() + "=7"), "(null)<br>" + command() + " done");
-    EXPECT_EQ(calls(), expected("7"));
-    expect_kept("7");
-}
-
-TEST_P(ReadBackSetterTest, IsDoneWhenThePlatformRefusesEverything) {
-    nvram_rule("set", R"("mode":"error")");
-    nvram_rule("commit", R"("mode":"error")");
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(command() + "=7"), "(null)<br>" + command() + " done");
-    EXPECT_EQ(calls(), expected("7"));
-    expect_stored(GetParam().key, GetParam().factory, GetParam().factory);
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, ReadBackSetterTest,
-                         ::testing::Values(ReadBackSetter{"setsocketaddr", "socketAddr", true, "203.0.113.25"},
-                                           ReadBackSetter{"setsocketport", "socketPort", true, "8883"},
-                                           ReadBackSetter{"setsocketsec", "socketSec", false, "1"},
-                                           ReadBackSetter{"settestmode", "testmode", true, "0"}),
-                         CommandName());
+// ---- Cloud socket settings and the test-mode flag: their setters are in nvram_setter_test.cpp ----
 
 TEST_F(LocalServicesTest, FactorySettings) {
     EXPECT_EQ(run("getzwavemodule=&getsocketaddr=&getsocketport=&getsocketsec=&gettestmode="),

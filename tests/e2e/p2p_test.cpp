@@ -235,71 +235,7 @@ TEST_F(P2pTest, SetOrbwebUuidKeepsAHostileIdentifierOneShellWord) {
 
 // ---- Account and super-user password ----
 
-struct AccountSetter {
-    const char *command;
-    const char *key;
-    const char *refusal;
-    const char *factory;
-};
-void PrintTo(const AccountSetter &p, std::ostream *os) { *os << p.command; }
-
-class P2pAccountSetterTest : public P2pTest, public ::testing::WithParamInterface<AccountSetter> {
-protected:
-    std::string command() const { return GetParam().command; }
-    std::string key() const { return GetParam().key; }
-};
-
-TEST_P(P2pAccountSetterTest, StoresSixtyThreeBytesWithoutCommitting) {
-    const std::string value(63, 'u');
-    EXPECT_EQ(run(command() + "=" + value), command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), value)});
-    expect_stored(key(), value, GetParam().factory);
-}
-
-TEST_P(P2pAccountSetterTest, RefusesSixtyFourBytesWithItsReason) {
-    EXPECT_EQ(run(command() + "=" + std::string(64, 'u')), GetParam().refusal + command() + " failed");
-    EXPECT_EQ(calls(), Calls{});
-    expect_stored(key(), GetParam().factory, GetParam().factory);
-}
-
-// The limit counts bytes: 31 two-byte letters and one more byte pass, 32 of them do not.
-TEST_P(P2pAccountSetterTest, CountsBytesNotLetters) {
-    std::string fits;
-    for (int i = 0; i < 31; ++i) fits += "\xC3\xA9";
-    fits += "x";
-    const std::string too_long = fits.substr(0, 62) + "\xC3\xA9";
-    ASSERT_EQ(fits.size(), 63u);
-    ASSERT_EQ(too_long.size(), 64u);
-    EXPECT_EQ(run(command() + "=" + query_escape(too_long)), GetParam().refusal + command() + " failed");
-    EXPECT_EQ(run(command() + "=" + query_escape(fits)), command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), fits)});
-}
-
-TEST_P(P2pAccountSetterTest, StoresTheEmptyValue) {
-    EXPECT_EQ(run(command() + "="), command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), "")});
-    expect_stored(key(), "", GetParam().factory);
-}
-
-TEST_P(P2pAccountSetterTest, StoresBlanksAndQuotesAsTheyStand) {
-    const std::string value = "a b'c\"d;$(e)";
-    EXPECT_EQ(run(command() + "=" + query_escape(value)), command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), value)});
-    expect_stored(key(), value, GetParam().factory);
-}
-
-TEST_P(P2pAccountSetterTest, IsDoneWhenTheSetGetsNoReply) {
-    nvram_rule("set", R"("mode":"error")");
-    EXPECT_EQ(run(command() + "=x"), command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), "x")});
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Commands, P2pAccountSetterTest,
-    ::testing::Values(AccountSetter{"setp2pusername", "TUTK_USERNAME", "username length > 63<br>", "admin"},
-                      AccountSetter{"setp2ppwd", "TUTK_PASSWORD", "password length > 63", "888888"},
-                      AccountSetter{"setSUpwd", "SU_PASSWORD", "password length > 63", "su7Qx2rT"}),
-    CommandName());
+// The setters are in nvram_setter_test.cpp.
 
 // ---- Account commit ----
 

@@ -116,33 +116,14 @@ INSTANTIATE_TEST_SUITE_P(Values, PppoeEnableRefusedTest, ::testing::Values("2", 
 
 // ---- Account: the name is stored only, the password is committed at once ----
 
-TEST_F(PppoeTest, SetpppoeusernameStoresWithoutCommitting) {
-    EXPECT_EQ(run("setpppoeusername=alice%40isp%20net"), "setpppoeusername done");
-    EXPECT_EQ(calls(), Calls{set_call(kUserNameKey, "alice@isp net")});
-    expect_stored(kUserNameKey, "alice@isp net", "");
-}
-
-TEST_F(PppoeTest, SetpppoeusernameRefusesAnEmptyName) {
-    sim().nvram_put(kUserNameKey, "alice", true);
-    EXPECT_EQ(run("setpppoeusername="), "setpppoeusername failed");
-    EXPECT_EQ(calls(), Calls{});
-    expect_stored(kUserNameKey, "alice", "alice");
-}
-
-TEST_F(PppoeTest, SetpppoepasswordStoresAndCommitsAtOnce) {
+// The setters' rules are in nvram_setter_test.cpp; the password's commit takes the whole
+// working copy along.
+TEST_F(PppoeTest, SetpppoepasswordCommitsTheNameStoredBefore) {
     sim().nvram_put(kUserNameKey, "pending", false);
     EXPECT_EQ(run("setpppoepassword=s3cret"), "setpppoepassword done");
     EXPECT_EQ(calls(), (Calls{set_call(kPasswordKey, "s3cret"), kCommit}));
     expect_stored(kPasswordKey, "s3cret", "s3cret");
-    // The commit takes the whole working copy along.
     expect_stored(kUserNameKey, "pending", "pending");
-}
-
-TEST_F(PppoeTest, SetpppoepasswordRefusesAnEmptyPassword) {
-    sim().nvram_put(kPasswordKey, "old", true);
-    EXPECT_EQ(run("setpppoepassword="), "setpppoepassword failed");
-    EXPECT_EQ(calls(), Calls{});
-    expect_stored(kPasswordKey, "old", "old");
 }
 
 // ---- Restarting the client ----

@@ -3,7 +3,6 @@
 // setters) and the country region (the platform's own nvram library, committed at once).
 #include <chrono>
 #include <fstream>
-#include <optional>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -15,14 +14,6 @@
 namespace korvex::test {
 namespace {
 
-
-// One refusal text for SSIDs and passphrases alike.
-const std::string kTooLong = "ssid string length must small than 32<br>";
-
-// 32 characters pass the length rule, 33 do not.
-const std::string k32 = "abcdefghijklmnopqrstuvwxyz012345";
-const std::string k33 = k32 + "6";
-
 // The factory settings the simulator starts every test with.
 const char kFactoryWifiMode[] = "AP";
 
@@ -32,71 +23,7 @@ class WifiTest : public CommandTest {
     static void SetUpTestSuite() { use_log_level(KORVEX_LOG_TRACE); }
 };
 
-// ---- SSID and passphrase setters: length rule, working copy only ----
-
-struct Setter {
-    const char *command;
-    const char *key;
-    bool prints_set_reply;  // SSIDs print the platform's reply to the set, passphrases their value
-};
-
-void PrintTo(const Setter &p, std::ostream *os) { *os << p.command; }
-
-class WifiSetterTest : public WifiTest, public ::testing::WithParamInterface<Setter> {
-  protected:
-    std::string command() const { return GetParam().command; }
-    std::string key() const { return GetParam().key; }
-};
-
-TEST_P(WifiSetterTest, ThirtyTwoCharactersAreStoredButNotCommitted) {
-    const std::optional<std::string> committed = sim().nvram_committed(key());
-    ASSERT_TRUE(committed.has_value());
-    ASSERT_NE(*committed, k32);
-    EXPECT_EQ(run(command() + "=" + k32), k32 + "<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), k32)});
-    EXPECT_EQ(sim().nvram(key()), k32);
-    EXPECT_EQ(sim().nvram_committed(key()), committed);
-}
-
-TEST_P(WifiSetterTest, ThirtyThreeCharactersAreRefusedWithTheSsidMessage) {
-    const std::optional<std::string> working = sim().nvram(key());
-    EXPECT_EQ(run(command() + "=" + k33), kTooLong + command() + " failed");
-    EXPECT_EQ(calls(), Calls{});
-    EXPECT_EQ(sim().nvram(key()), working);
-}
-
-TEST_P(WifiSetterTest, EmptyValueIsStored) {
-    EXPECT_EQ(run(command() + "="), "<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), "")});
-    EXPECT_EQ(sim().nvram(key()), "");
-}
-
-TEST_P(WifiSetterTest, DecodedValueIsStoredAsItIs) {
-    EXPECT_EQ(run(command() + "=My%20Net%2C%20%22x%22"), "My Net, \"x\"<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), "My Net, \"x\"")});
-    EXPECT_EQ(sim().nvram(key()), "My Net, \"x\"");
-}
-
-TEST_P(WifiSetterTest, PrintsEitherTheSetReplyOrTheValue) {
-    nvram_rule("set", R"("mode":"values","signature":"s","values":["stored elsewhere"])");
-    const std::string printed = GetParam().prints_set_reply ? "stored elsewhere" : "Home";
-    EXPECT_EQ(run(command() + "=Home"), printed + "<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), "Home")});
-}
-
-TEST_P(WifiSetterTest, NoSetReplyIsStillDone) {
-    nvram_rule("set", R"("mode":"error")");
-    const std::string printed = GetParam().prints_set_reply ? "(null)" : "Home";
-    EXPECT_EQ(run(command() + "=Home"), printed + "<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{set_call(key(), "Home")});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, WifiSetterTest,
-                         ::testing::Values(Setter{"setapssid", "SSID1", true},
-                                           Setter{"setstassid", "STA_SSID1", true},
-                                           Setter{"setappwd", "WPAPSK", false},
-                                           Setter{"setstapwd", "STA_WPAPSK", false}),
-                         CommandName());
+// ---- SSID and passphrase: the setters are in nvram_setter_test.cpp ----
 
 TEST_F(WifiTest, SetThenGetRoundTripsThroughTheWorkingCopy) {
     EXPECT_EQ(run("setstassid=Cafe%20Wlan&getstassid="), "Cafe Wlan<br>setstassid doneCafe Wlan<br>getstassid done");

@@ -2,15 +2,14 @@
 // application and socket daemons, what comes back to the client, and the change stamp
 // "jsonsetall_number" that the data-changing commands write.
 #include <algorithm>
-#include <chrono>
 #include <future>
 #include <ostream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/support/command_test.h"
 #include "tests/support/http_client.h"
+#include "tests/support/timed_request.h"
 
 namespace korvex::test {
 namespace {
@@ -27,19 +26,6 @@ const std::string kFactoryStamp = "1760518412";
 class AppJsonTest : public CommandTest {
   protected:
     void normalise(SimRecord &record) override { take_stamp(record, "jsonsetall_number"); }
-
-    struct TimedAnswer {
-        HttpResponse response;
-        long ms;
-    };
-    // GET /network.cgi?query on a connection of its own, and how long it took.
-    static TimedAnswer timed_get(const std::string &query) {
-        const auto start = std::chrono::steady_clock::now();
-        HttpResponse response = get(port(), "/network.cgi?" + query, 15000);
-        const auto took = std::chrono::steady_clock::now() - start;
-        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
-        return {std::move(response), static_cast<long>(ms)};
-    }
 };
 
 // ---- Z-Wave SDK daemon ----
@@ -57,8 +43,8 @@ TEST_F(AppJsonTest, SilentDaemonCostsEachCommandItsTimeOutJsonIsDoneEasycmdFails
                    R"("member":"command","mode":"silent"})");
     sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.easy.command",)"
                    R"("member":"name","mode":"silent"})");
-    auto json = std::async(std::launch::async, [] { return timed_get("json=%7B%7D"); });
-    auto easycmd = std::async(std::launch::async, [] { return timed_get("easycmd=NVM_backup"); });
+    auto json = std::async(std::launch::async, [] { return timed_get(port(), "/network.cgi?json=%7B%7D"); });
+    auto easycmd = std::async(std::launch::async, [] { return timed_get(port(), "/network.cgi?easycmd=NVM_backup"); });
     const TimedAnswer json_answer = json.get();
     const TimedAnswer easycmd_answer = easycmd.get();
     EXPECT_EQ(json_answer.response.status, 200);

@@ -7,6 +7,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/access_log.h"
@@ -78,9 +79,19 @@ class UpdateCgiTest : public GatewayTest {
     std::string stored() const { return read_file(env().server_tmp_path("uImage")); }
 
     // The object path of the child that served the one request of the test.
+    // The line of the fixture's own request before the test may come after access_before_
+    // was taken: only the lines of requests to "update.cgi" count.
     std::string serving_path() {
-        const std::vector<std::string> lines = wait_for_access_lines(env(), access_before_, 1);
-        return lines.size() == 1 ? module_path(served_pid(lines[0])) : "(no access line)";
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        for (;;) {
+            std::vector<std::string> uploads;
+            for (const std::string &line : wait_for_access_lines(env(), access_before_, 0)) {
+                if (line.find("/update.cgi") != std::string::npos) uploads.push_back(line);
+            }
+            if (uploads.size() == 1) return module_path(served_pid(uploads[0]));
+            if (!uploads.empty() || std::chrono::steady_clock::now() > deadline) return "(no access line)";
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
     }
 
     std::vector<std::string> log_lines(const std::string &containing = "") const {

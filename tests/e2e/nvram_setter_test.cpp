@@ -52,6 +52,8 @@ const std::vector<NvramSetter> kSetters = {
     // PPPoE account: the name until "pppoecommit", the password committed at once.
     {"setpppoeusername", "PPPoE_UserName", "", false, Prints::kNothing, "", 0, "", true},
     {"setpppoepassword", "PPPoE_PassWord", "", true, Prints::kNothing, "", 0, "", true},
+    // The NTP server, until "ntpcommit".
+    {"setntpserver", "NTPServerIP", "pool.ntp.org", false, Prints::kNothing, "", 0, "", true},
     // Application flags; the check boxes tell the SDK that the user data changed.
     {"jsonsetcheckbox", "jsonsetcheckbox", "3", true, Prints::kSetReply, kUserDataChange.c_str()},
     {"jsonsetcheckbox2", "jsonsetcheckbox2", "0", true, Prints::kSetReply, kUserDataChange.c_str()},

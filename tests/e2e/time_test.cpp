@@ -71,17 +71,7 @@ TEST_F(TimeTest, DisablentpclientWaitsThreeSecondsForEachShellLine) {
 
 // ---- Server and interval ----
 
-TEST_F(TimeTest, SetntpserverStoresWithoutCommitting) {
-    EXPECT_EQ(run("setntpserver=time.example.org"), "setntpserver done");
-    EXPECT_EQ(calls(), Calls{set_call("NTPServerIP", "time.example.org")});
-    expect_stored("NTPServerIP", "time.example.org", "pool.ntp.org");
-}
-
-TEST_F(TimeTest, SetntpserverRefusesTheEmptyValue) {
-    EXPECT_EQ(run("setntpserver="), "setntpserver failed");
-    EXPECT_EQ(calls(), Calls{});
-    expect_stored("NTPServerIP", "pool.ntp.org", "pool.ntp.org");
-}
+// The server's setter is in nvram_setter_test.cpp.
 
 TEST_F(TimeTest, SetntpsynctimeStoresTheValueAsGivenWhenItsLeadingIntegerIsPositive) {
     EXPECT_EQ(run("setntpsynctime=5min"), "setntpsynctime done");

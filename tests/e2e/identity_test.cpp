@@ -175,11 +175,7 @@ TEST_F(IdentityTest, SetcustomernameIsDoneWhenThePlatformAnswersNothingAtAll) {
     expect_stored("customerName", "Korvex", "Korvex");
 }
 
-TEST_F(IdentityTest, SetcustomernameStoresTheEmptyName) {
-    EXPECT_EQ(run("setcustomername="), "setcustomername done");
-    EXPECT_EQ(calls(), (Calls{set_call("customerName", ""), kCommit, kPlatformReboot}));
-    expect_stored("customerName", "", "");
-}
+// Its rules as a setter (value, empty value, replies) are in nvram_setter_test.cpp.
 
 struct Customer {
     const char *command;  // test name

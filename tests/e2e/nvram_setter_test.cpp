@@ -37,6 +37,7 @@ void PrintTo(const NvramSetter &p, std::ostream *os) { *os << p.command; }
 
 const std::string kSsidTooLong = "ssid string length must small than 32<br>";
 const std::string kUserDataChange = "com.korvex-labs.www.sdk com.KorvexLabs.easy.command name(s:userdata_change)";
+const std::string kPlatformReboot = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin reboot(i:3)";
 
 const std::vector<NvramSetter> kSetters = {
     // Wi-Fi: the working copy only, until "wificommit"; one refusal text for SSIDs and
@@ -52,6 +53,8 @@ const std::vector<NvramSetter> kSetters = {
     // PPPoE account: the name until "pppoecommit", the password committed at once.
     {"setpppoeusername", "PPPoE_UserName", "", false, Prints::kNothing, "", 0, "", true},
     {"setpppoepassword", "PPPoE_PassWord", "", true, Prints::kNothing, "", 0, "", true},
+    // The customer name: committed, then the platform restarts the gateway.
+    {"setcustomername", "customerName", "Korvex", true, Prints::kNothing, kPlatformReboot.c_str()},
     // The NTP server, until "ntpcommit".
     {"setntpserver", "NTPServerIP", "pool.ntp.org", false, Prints::kNothing, "", 0, "", true},
     // Application flags; the check boxes tell the SDK that the user data changed.

@@ -1,6 +1,5 @@
 // Application flags and schedules through Apache and the bus: the nvram key each setter
 // writes and commits, whom it tells and when, what it prints, and the user-data stamp.
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -34,84 +33,7 @@ class AppFlagsTest : public CommandTest {
     }
 };
 
-// ---- Getters: print the stored text, always done ----
-
-struct Getter {
-    const char *command;
-    const char *key;
-};
-
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class AppGetterTest : public AppFlagsTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(AppGetterTest, PrintsTheStoredValue) {
-    sim().nvram_put(GetParam().key, "v \"7\" <b>", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
-              std::string("v \"7\" <b><br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(AppGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, AppGetterTest,
-                         ::testing::Values(Getter{"getdoscenemode", "doscenemode"},
-                                           Getter{"getp2preconnect", "p2preconnect"},
-                                           Getter{"jsongetuserdata", "jsonsetuserdata"},
-                                           Getter{"jsongetcheckbox", "jsonsetcheckbox"},
-                                           Getter{"jsongetcheckbox2", "jsonsetcheckbox2"},
-                                           Getter{"getsavingtime", "setsavingtime"},
-                                           Getter{"getenableastclock", "enableastclock"},
-                                           Getter{"getenablelock", "enablelock"}),
-                         CommandName());
-
-// ---- Setters that store, commit and print the set reply ----
-
-struct PlainSetter {
-    const char *command;
-    const char *key;
-    bool tells_sdk;  // user-data notification after the commit
-};
-
-void PrintTo(const PlainSetter &p, std::ostream *os) { *os << p.command; }
-
-class AppPlainSetterTest : public AppFlagsTest, public ::testing::WithParamInterface<PlainSetter> {
-  protected:
-    Calls expected(const std::string &value) const {
-        Calls expected{set_call(GetParam().key, value), kCommit};
-        if (GetParam().tells_sdk) expected.push_back(kUserDataChange);
-        return expected;
-    }
-};
-
-TEST_P(AppPlainSetterTest, StoresCommitsAndPrintsTheSetReply) {
-    EXPECT_EQ(run(std::string(GetParam().command) + "=3%2C5"), std::string("3,5<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), expected("3,5"));
-    expect_committed(GetParam().key, "3,5");
-}
-
-TEST_P(AppPlainSetterTest, EmptyValueIsStoredAsEmptyText) {
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), expected(""));
-    expect_committed(GetParam().key, "");
-}
-
-TEST_P(AppPlainSetterTest, NoSetReplyPrintsNullAndIsDone) {
-    nvram_rule("set", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "=1"), std::string("(null)<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), expected("1"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, AppPlainSetterTest,
-                         ::testing::Values(PlainSetter{"jsonsetcheckbox", "jsonsetcheckbox", true},
-                                           PlainSetter{"jsonsetcheckbox2", "jsonsetcheckbox2", true},
-                                           PlainSetter{"setsavingtime", "setsavingtime", false},
-                                           PlainSetter{"enableswitchall", "enableswitchall", false},
-                                           PlainSetter{"enabletimer", "enabletimer", false}),
-                         CommandName());
+// ---- Setters that store, commit and print the set reply: nvram_setter_test.cpp ----
 
 TEST_F(AppFlagsTest, EnableswitchallAndEnabletimerHaveNoGetter) {
     EXPECT_EQ(run("getenableswitchall=1"), "getenableswitchall doesn't exist");

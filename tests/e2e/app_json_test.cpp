@@ -1,12 +1,15 @@
 // JSON pass-through commands through Apache and the bus: what goes to the Z-Wave SDK,
 // application and socket daemons, what comes back to the client, and the change stamp
 // "jsonsetall_number" that the data-changing commands write.
+#include <algorithm>
+#include <future>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "tests/support/command_test.h"
 #include "tests/support/http_client.h"
+#include "tests/support/timed_request.h"
 
 namespace korvex::test {
 namespace {
@@ -33,13 +36,28 @@ TEST_F(AppJsonTest, JsonPassesTheValueUnchangedAndPrintsTheReply) {
     EXPECT_EQ(calls(), Calls{kSdkJson + "(s:{\"cmd\":\"getdevice\",\"uid\":256})"});
 }
 
-TEST_F(AppJsonTest, JsonWithSilentDaemonPrintsNothingAfterTheTimeOutAndIsDone) {
+// Both commands wait out the SDK's time-out at once, each on its own connection: "json"
+// prints nothing and is done, "easycmd" fails.
+TEST_F(AppJsonTest, SilentDaemonCostsEachCommandItsTimeOutJsonIsDoneEasycmdFails) {
     sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.json.command",)"
                    R"("member":"command","mode":"silent"})");
-    EXPECT_EQ(run("json=%7B%7D"), "json done");
-    EXPECT_GE(elapsed_ms(), 4800);
-    EXPECT_LT(elapsed_ms(), 7000);
-    EXPECT_EQ(calls(), Calls{kSdkJson + "(s:{})"});
+    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.easy.command",)"
+                   R"("member":"name","mode":"silent"})");
+    auto json = std::async(std::launch::async, [] { return timed_get(port(), "/network.cgi?json=%7B%7D"); });
+    auto easycmd = std::async(std::launch::async, [] { return timed_get(port(), "/network.cgi?easycmd=NVM_backup"); });
+    const TimedAnswer json_answer = json.get();
+    const TimedAnswer easycmd_answer = easycmd.get();
+    EXPECT_EQ(json_answer.response.status, 200);
+    EXPECT_EQ(json_answer.response.body, "json done");
+    EXPECT_GE(json_answer.ms, 4800);
+    EXPECT_LT(json_answer.ms, 7000);
+    EXPECT_EQ(easycmd_answer.response.status, 200);
+    EXPECT_EQ(easycmd_answer.response.body, "easycmd failed");
+    EXPECT_GE(easycmd_answer.ms, 4800);
+    EXPECT_LT(easycmd_answer.ms, 7000);
+    Calls received = calls(2);
+    std::sort(received.begin(), received.end());
+    EXPECT_EQ(received, (Calls{kSdkEasy + "(s:NVM_backup)", kSdkJson + "(s:{})"}));
 }
 
 TEST_F(AppJsonTest, JsonWithAbsentDaemonIsDone) {
@@ -53,96 +71,9 @@ TEST_F(AppJsonTest, EasycmdPrintsTheReply) {
     EXPECT_EQ(calls(), Calls{kSdkEasy + "(s:NVM_backup)"});
 }
 
-TEST_F(AppJsonTest, EasycmdWithSilentDaemonFails) {
-    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","interface":"com.KorvexLabs.easy.command",)"
-                   R"("member":"name","mode":"silent"})");
-    EXPECT_EQ(run("easycmd=NVM_backup"), "easycmd failed");
-    EXPECT_GE(elapsed_ms(), 4800);
-    EXPECT_EQ(calls(), Calls{kSdkEasy + "(s:NVM_backup)"});
-}
-
-TEST_F(AppJsonTest, EasycmdWithErrorReplyFails) {
-    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"name","mode":"error"})");
-    EXPECT_EQ(run("easycmd=x"), "easycmd failed");
-}
-
-TEST_F(AppJsonTest, ReplyWithoutArgumentPrintsNullAndCountsAsReply) {
-    sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","member":"name","mode":"noarg"})");
-    EXPECT_EQ(run("easycmd=x"), "(null)<br>easycmd done");
-}
-
 // ---- Application daemon queries and the socket daemon's fixed requests ----
 
-struct Relay {
-    const char *command;
-    const char *destination;  // as the test expects it on the bus
-    const char *interface;
-    const char *member;
-    bool sends_value;         // false: the fixed text `sent_text` is sent
-    const char *sent_text;
-};
-
-void PrintTo(const Relay &p, std::ostream *os) { *os << p.command; }
-
-class AppRelayTest : public AppJsonTest, public ::testing::WithParamInterface<Relay> {
-  protected:
-    std::string expected_call(const std::string &value) const {
-        const Relay &p = GetParam();
-        return std::string(p.destination) + " " + p.interface + " " + p.member + "(s:" +
-               (p.sends_value ? value : std::string(p.sent_text)) + ")";
-    }
-};
-
-TEST_P(AppRelayTest, SendsAndPrintsTheReply) {
-    const Relay &p = GetParam();
-    sim().set_rule(std::string(R"({"destination":")") + p.destination + R"(","interface":")" + p.interface +
-                   R"(","member":")" + p.member + R"(","mode":"values","signature":"s","values":["answer \"42\""]})");
-    EXPECT_EQ(run(std::string(p.command) + "=%7B%22seq%22%3A1021%7D"),
-              std::string("answer \"42\"<br>") + p.command + " done");
-    EXPECT_EQ(calls(), Calls{expected_call("{\"seq\":1021}")});
-}
-
-TEST_P(AppRelayTest, EmptyValueIsSentAsEmptyText) {
-    const Relay &p = GetParam();
-    std::string body = run(std::string(p.command) + "=");
-    EXPECT_EQ(body.substr(body.size() - 5), " done") << body;
-    EXPECT_EQ(calls(), Calls{expected_call("")});
-}
-
-TEST_P(AppRelayTest, AbsentDaemonPrintsNothingAndFails) {
-    const Relay &p = GetParam();
-    sim().set_absent(p.destination, true);
-    EXPECT_EQ(run(std::string(p.command) + "=1"), std::string(p.command) + " failed");
-}
-
-TEST_P(AppRelayTest, ErrorReplyPrintsNothingAndFails) {
-    const Relay &p = GetParam();
-    sim().set_rule(std::string(R"({"destination":")") + p.destination + R"(","member":")" + p.member +
-                   R"(","mode":"error"})");
-    EXPECT_EQ(run(std::string(p.command) + "=1"), std::string(p.command) + " failed");
-    EXPECT_EQ(calls(), Calls{expected_call("1")});
-}
-
-constexpr char kAppName[] = "com.korvex-labs.www.app";
-constexpr char kAppIf[] = "com.KorvexLabs.app";
-constexpr char kSocketName[] = "com.korvex-labs.www.socket";
-constexpr char kSocketIf[] = "com.KorvexLabs.socket.cmd";
-
-INSTANTIATE_TEST_SUITE_P(
-    Commands, AppRelayTest,
-    ::testing::Values(Relay{"jsongettitles", kAppName, kAppIf, "jsongettitles", true, nullptr},
-                      Relay{"jsongetgroup", kAppName, kAppIf, "jsongetgroup", true, nullptr},
-                      Relay{"jsongetall", kAppName, kAppIf, "jsongetall", true, nullptr},
-                      Relay{"jsongetevent", kAppName, kAppIf, "jsongeteventbyseq", true, nullptr},
-                      Relay{"jsongetmacroevent", kAppName, kAppIf, "jsongetmacroeventbyseq", true, nullptr},
-                      Relay{"doscene", kAppName, kAppIf, "doscene", true, nullptr},
-                      Relay{"easycmd", "com.korvex-labs.www.sdk", "com.KorvexLabs.easy.command", "name", true,
-                            nullptr},
-                      Relay{"authcode", kSocketName, kSocketIf, "command", false, "authcode"},
-                      Relay{"proctable", kSocketName, kSocketIf, "command", false, "proctable"},
-                      Relay{"sysinfo", kSocketName, kSocketIf, "command", false, "sysinfo"},
-                      Relay{"disconnect_icloud", kSocketName, kSocketIf, "command", false, "disconnect_icloud"}),
-    CommandName());
+// Their relays' rules are in text_relay_test.cpp.
 
 TEST_F(AppJsonTest, AuthcodeSendsItsOwnNameWhateverTheValue) {
     EXPECT_EQ(run("authcode=proctable"), "7K2Q-9XW4-PL3M<br>authcode done");

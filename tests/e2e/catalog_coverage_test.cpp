@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "tests/support/command_test.h"
-#include "tests/unit/full_catalog.h"
+#include "tests/support/full_catalog.h"
 
 namespace korvex::test {
 namespace {

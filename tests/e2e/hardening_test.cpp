@@ -16,6 +16,7 @@
 #include "tests/support/command_test.h"
 #include "tests/support/http_client.h"
 #include "tests/support/log_lines.h"
+#include "tests/support/multipart.h"
 
 namespace korvex::test {
 namespace {
@@ -51,7 +52,7 @@ TEST_F(HardeningTest, EveryResourceAnswersWithTheTwoHeaders) {
     expect_inert(get(p, "/sdk.cgi?json=%7B%7D"), "sdk.cgi");
     expect_inert(post(p, "/send.dat", "json=%7B%7D"), "send.dat");
     expect_inert(get(p, "/get.dat"), "get.dat");
-    expect_inert(get(p, "/update.cgi"), "update.cgi");
+    expect_inert(get_with_fault(p, "/update.cgi", kNoPurgePause, 10000), "update.cgi");
 }
 
 TEST_F(HardeningTest, RefusedMethodsCarryTheHeadersToo) {

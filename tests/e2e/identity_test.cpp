@@ -144,38 +144,6 @@ TEST_F(HostNameTest, TheHostNameFollowsTheLastOfTheTwoCommands) {
     expect_stored("language", "de", "de");
 }
 
-// ---- Plain getters ----
-
-struct Getter {
-    const char *command;
-    const char *key;
-};
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class IdentityGetterTest : public IdentityTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(IdentityGetterTest, PrintsTheStoredText) {
-    sim().nvram_put(GetParam().key, "v <7> \"x\"", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
-              std::string("v <7> \"x\"<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(IdentityGetterTest, EmptyTextPrintsAnEmptyLine) {
-    sim().nvram_put(GetParam().key, "", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("<br>") + GetParam().command + " done");
-}
-
-TEST_P(IdentityGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, IdentityGetterTest,
-                         ::testing::Values(Getter{"gethostname", "HostName"}, Getter{"getlanguage", "language"}),
-                         CommandName());
-
 TEST_F(IdentityTest, FactoryHostNameAndLanguage) {
     EXPECT_EQ(run("gethostname=&getlanguage="), "korvex-gateway<br>gethostname done1<br>getlanguage done");
 }
@@ -207,11 +175,7 @@ TEST_F(IdentityTest, SetcustomernameIsDoneWhenThePlatformAnswersNothingAtAll) {
     expect_stored("customerName", "Korvex", "Korvex");
 }
 
-TEST_F(IdentityTest, SetcustomernameStoresTheEmptyName) {
-    EXPECT_EQ(run("setcustomername="), "setcustomername done");
-    EXPECT_EQ(calls(), (Calls{set_call("customerName", ""), kCommit, kPlatformReboot}));
-    expect_stored("customerName", "", "");
-}
+// Its rules as a setter (value, empty value, replies) are in nvram_setter_test.cpp.
 
 struct Customer {
     const char *command;  // test name
@@ -301,14 +265,14 @@ TEST_F(IdentityTest, UptimePrintsTheMachinesSecondsSinceBoot) {
 TEST_F(IdentityTest, UptimeGrowsWithTime) {
     const std::string suffix = "<br>uptime done";
     const std::string first = run("uptime=");
-    std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     const std::string second = run("uptime=");
     ASSERT_GT(first.size(), suffix.size());
     ASSERT_GT(second.size(), suffix.size());
     const long a = std::stol(first.substr(0, first.size() - suffix.size()));
     const long b = std::stol(second.substr(0, second.size() - suffix.size()));
-    EXPECT_GE(b - a, 2) << first << " / " << second;
-    EXPECT_LE(b - a, 4) << first << " / " << second;
+    EXPECT_GE(b - a, 1) << first << " / " << second;
+    EXPECT_LE(b - a, 3) << first << " / " << second;
 }
 
 // ---- Reboot: the logo LED first, then the server runs "reboot" itself ----

@@ -22,6 +22,7 @@
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
 #include "tests/support/log_lines.h"
+#include "tests/support/multipart.h"
 #include "tests/support/process_runner.h"
 #include "tests/support/record_text.h"
 #include "tests/support/sim_client.h"
@@ -198,7 +199,8 @@ TEST_F(NoBusTest, UpdateStoresTheImageAndAnswers503) {
     const std::string boundary = "----NoBusBoundary";
     const std::string body = "--" + boundary + "\r\nContent-Type: application/octet-stream\r\n\r\n" +
                              std::string(20000, 'i') + "\r\n--" + boundary + "--\r\n";
-    HttpResponse response = post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + boundary);
+    HttpResponse response =
+        post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + boundary, {kNoPurgePauseHeader});
     EXPECT_EQ(response.status, 503);
     EXPECT_EQ(response.body, "update could not be started");
     EXPECT_EQ(read_file(env().server_tmp_path("uImage")), std::string(20000, 'i'));

@@ -154,39 +154,6 @@ TEST_F(PartnerTest, SetTelldusSecretEmptyWithUnreadableSecretPrintsNull) {
                               get_call("TelldusSecret"), shell_call("killall Telldus")}));
 }
 
-// ---- Getters ----
-
-struct Getter {
-    const char *command;
-    const char *key;
-};
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class PartnerGetterTest : public PartnerTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(PartnerGetterTest, PrintsTheStoredText) {
-    sim().nvram_put(GetParam().key, "v 'x' <b>", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "=1"),
-              std::string("v 'x' <b><br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(PartnerGetterTest, PrintsTheEmptyFactoryValue) {
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(PartnerGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, PartnerGetterTest,
-                         ::testing::Values(Getter{"getTelldusSecret", "TelldusSecret"},
-                                           Getter{"getvivotekuuid", "VivotekUuid"}),
-                         CommandName());
-
 // ---- Vivotek camera proxy ----
 
 TEST_F(PartnerTest, SetvivotekuuidStartsTheProxyThenCommits) {

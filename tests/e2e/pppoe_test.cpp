@@ -116,67 +116,14 @@ INSTANTIATE_TEST_SUITE_P(Values, PppoeEnableRefusedTest, ::testing::Values("2", 
 
 // ---- Account: the name is stored only, the password is committed at once ----
 
-TEST_F(PppoeTest, SetpppoeusernameStoresWithoutCommitting) {
-    EXPECT_EQ(run("setpppoeusername=alice%40isp%20net"), "setpppoeusername done");
-    EXPECT_EQ(calls(), Calls{set_call(kUserNameKey, "alice@isp net")});
-    expect_stored(kUserNameKey, "alice@isp net", "");
-}
-
-TEST_F(PppoeTest, SetpppoeusernameRefusesAnEmptyName) {
-    sim().nvram_put(kUserNameKey, "alice", true);
-    EXPECT_EQ(run("setpppoeusername="), "setpppoeusername failed");
-    EXPECT_EQ(calls(), Calls{});
-    expect_stored(kUserNameKey, "alice", "alice");
-}
-
-TEST_F(PppoeTest, SetpppoepasswordStoresAndCommitsAtOnce) {
+// The setters' rules are in nvram_setter_test.cpp; the password's commit takes the whole
+// working copy along.
+TEST_F(PppoeTest, SetpppoepasswordCommitsTheNameStoredBefore) {
     sim().nvram_put(kUserNameKey, "pending", false);
     EXPECT_EQ(run("setpppoepassword=s3cret"), "setpppoepassword done");
     EXPECT_EQ(calls(), (Calls{set_call(kPasswordKey, "s3cret"), kCommit}));
     expect_stored(kPasswordKey, "s3cret", "s3cret");
-    // The commit takes the whole working copy along.
     expect_stored(kUserNameKey, "pending", "pending");
-}
-
-TEST_F(PppoeTest, SetpppoepasswordRefusesAnEmptyPassword) {
-    sim().nvram_put(kPasswordKey, "old", true);
-    EXPECT_EQ(run("setpppoepassword="), "setpppoepassword failed");
-    EXPECT_EQ(calls(), Calls{});
-    expect_stored(kPasswordKey, "old", "old");
-}
-
-// ---- Getters: print the stored text, always done ----
-
-struct Getter {
-    const char *command;
-    const char *key;
-};
-
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class PppoeGetterTest : public PppoeTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(PppoeGetterTest, PrintsTheStoredText) {
-    sim().nvram_put(GetParam().key, "v 'x' <b>", false);
-    EXPECT_EQ(run(std::string(GetParam().command) + "=ignored"),
-              std::string("v 'x' <b><br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(PppoeGetterTest, NoReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, PppoeGetterTest,
-                         ::testing::Values(Getter{"getpppoeenable", "PPPoE_Enable"},
-                                           Getter{"getpppoeusername", "PPPoE_UserName"},
-                                           Getter{"getpppoepassword", "PPPoE_PassWord"}),
-                         CommandName());
-
-TEST_F(PppoeTest, GetpppoeenablePrintsTheFactorySwitch) {
-    EXPECT_EQ(run("getpppoeenable="), "0<br>getpppoeenable done");
 }
 
 // ---- Restarting the client ----

@@ -182,7 +182,7 @@ TEST_F(StatusSnapshotTest, EveryReplyDelayedStillAnswersInAboutOneRoundTrip) {
     EXPECT_EQ(calls(kQueries).size(), kQueries);
 }
 
-TEST_F(StatusSnapshotTest, SilentSdkCostsOneTimeOutAndLeavesTheVersionNull) {
+TEST_F(StatusSnapshotTest, SilentSdkCostsOneTimeOutLeavesTheVersionNullThenIsNotAskedAgain) {
     sim().set_rule(R"({"destination":"com.korvex-labs.www.sdk","mode":"silent"})");
     size_t since = env().error_log_size();
     std::string body = snapshot();
@@ -200,6 +200,15 @@ TEST_F(StatusSnapshotTest, SilentSdkCostsOneTimeOutAndLeavesTheVersionNull) {
                                    "com.KorvexLabs.firmware, command: date",
                                    std::chrono::seconds(2), since));
     EXPECT_TRUE(env().wait_for_log("3. (null):(null)", std::chrono::seconds(2), since));
+
+    // The SDK is now declared silent: the next snapshot answers at once with the same bytes,
+    // without asking it.
+    sim().clear_records();
+    EXPECT_EQ(snapshot(), body);
+    EXPECT_LT(elapsed_ms(), 1000);
+    for (const std::string &call : calls()) {
+        EXPECT_EQ(call.find("com.korvex-labs.www.sdk "), std::string::npos) << call;
+    }
 }
 
 TEST_F(StatusSnapshotTest, MissingVersionSideIsNullOnItsSideOfTheColon) {

@@ -71,17 +71,7 @@ TEST_F(TimeTest, DisablentpclientWaitsThreeSecondsForEachShellLine) {
 
 // ---- Server and interval ----
 
-TEST_F(TimeTest, SetntpserverStoresWithoutCommitting) {
-    EXPECT_EQ(run("setntpserver=time.example.org"), "setntpserver done");
-    EXPECT_EQ(calls(), Calls{set_call("NTPServerIP", "time.example.org")});
-    expect_stored("NTPServerIP", "time.example.org", "pool.ntp.org");
-}
-
-TEST_F(TimeTest, SetntpserverRefusesTheEmptyValue) {
-    EXPECT_EQ(run("setntpserver="), "setntpserver failed");
-    EXPECT_EQ(calls(), Calls{});
-    expect_stored("NTPServerIP", "pool.ntp.org", "pool.ntp.org");
-}
+// The server's setter is in nvram_setter_test.cpp.
 
 TEST_F(TimeTest, SetntpsynctimeStoresTheValueAsGivenWhenItsLeadingIntegerIsPositive) {
     EXPECT_EQ(run("setntpsynctime=5min"), "setntpsynctime done");
@@ -98,31 +88,6 @@ TEST_F(TimeTest, SetntpsynctimeRefusesZeroNegativeAndText) {
     EXPECT_EQ(calls(), Calls{});
     expect_stored("NTPSync", "24", "24");
 }
-
-struct Getter {
-    const char *command;
-    const char *key;
-};
-void PrintTo(const Getter &p, std::ostream *os) { *os << p.command; }
-
-class TimeGetterTest : public TimeTest, public ::testing::WithParamInterface<Getter> {};
-
-TEST_P(TimeGetterTest, PrintsTheStoredText) {
-    sim().nvram_put(GetParam().key, "v <7>", true);
-    EXPECT_EQ(run(std::string(GetParam().command) + "=x"), std::string("v <7><br>") + GetParam().command + " done");
-    EXPECT_EQ(calls(), Calls{get_call(GetParam().key)});
-}
-
-TEST_P(TimeGetterTest, NoReplyPrintsNullAndIsDone) {
-    platform_rule("com.KorvexLabs.platform.nvram", "get", R"("mode":"error")");
-    EXPECT_EQ(run(std::string(GetParam().command) + "="), std::string("(null)<br>") + GetParam().command + " done");
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, TimeGetterTest,
-                         ::testing::Values(Getter{"getntpserver", "NTPServerIP"}, Getter{"getntpsynctime", "NTPSync"},
-                                           Getter{"getastclock_lon", "setastclock_lon"},
-                                           Getter{"getastclock_lat", "setastclock_lat"}),
-                         CommandName());
 
 // ---- Time zone ----
 

@@ -7,11 +7,13 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/access_log.h"
 #include "tests/support/gateway_env.h"
 #include "tests/support/http_client.h"
+#include "tests/support/multipart.h"
 #include "tests/support/process_runner.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/record_text.h"
@@ -21,7 +23,6 @@ namespace korvex::test {
 namespace {
 
 const std::string kBoundary = "----KorvexUpdateBoundary1f7c";
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 const std::string kAdmin = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin ";
 const std::string kGetModel = "method_call " + kAdmin + "getModel(s:getModel)";
 const std::string kAlive = "signal - com.KorvexLabs.signal.update alive(i:1)";
@@ -57,12 +58,18 @@ class UpdateCgiTest : public GatewayTest {
         access_before_ = access_log_size(env());
     }
 
-    HttpResponse upload(const std::string &image, long expected_status = 200) {
-        return upload_body(multipart(image), expected_status);
+    // Whether the upload asks to skip the pause after the memory purge (kNoPurgePauseHeader).
+    enum class Pause { kSkipped, kKept };
+
+    HttpResponse upload(const std::string &image, long expected_status = 200, Pause pause = Pause::kSkipped) {
+        return upload_body(multipart(image), expected_status, pause);
     }
-    HttpResponse upload_body(const std::string &body, long expected_status) {
+    HttpResponse upload_body(const std::string &body, long expected_status, Pause pause = Pause::kSkipped) {
+        std::vector<std::string> headers;
+        if (pause == Pause::kSkipped) headers.push_back(kNoPurgePauseHeader);
         const auto started = std::chrono::steady_clock::now();
-        HttpResponse response = post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + kBoundary);
+        HttpResponse response =
+            post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + kBoundary, headers);
         elapsed_ = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
         EXPECT_EQ(response.error, "");
         EXPECT_EQ(response.status, expected_status);
@@ -72,9 +79,19 @@ class UpdateCgiTest : public GatewayTest {
     std::string stored() const { return read_file(env().server_tmp_path("uImage")); }
 
     // The object path of the child that served the one request of the test.
+    // The line of the fixture's own request before the test may come after access_before_
+    // was taken: only the lines of requests to "update.cgi" count.
     std::string serving_path() {
-        const std::vector<std::string> lines = wait_for_access_lines(env(), access_before_, 1);
-        return lines.size() == 1 ? module_path(served_pid(lines[0])) : "(no access line)";
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        for (;;) {
+            std::vector<std::string> uploads;
+            for (const std::string &line : wait_for_access_lines(env(), access_before_, 0)) {
+                if (line.find("/update.cgi") != std::string::npos) uploads.push_back(line);
+            }
+            if (uploads.size() == 1) return module_path(served_pid(uploads[0]));
+            if (!uploads.empty() || std::chrono::steady_clock::now() > deadline) return "(no access line)";
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
     }
 
     std::vector<std::string> log_lines(const std::string &containing = "") const {
@@ -89,8 +106,8 @@ class UpdateCgiTest : public GatewayTest {
 
 TEST_F(UpdateCgiTest, AsksForTheModelAnnouncesItselfStoresTheImageAndStartsTheUpdater) {
     const std::string image = image_bytes(20000, 1);
-    HttpResponse response = upload(image);
-    EXPECT_EQ(response.body, kRefresh);
+    HttpResponse response = upload(image, 200, Pause::kKept);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_EQ(response.headers["content-type"], "text/html;charset=utf-8");
     EXPECT_TRUE(stored() == image) << stored().size() << " bytes stored";
 
@@ -105,7 +122,7 @@ TEST_F(UpdateCgiTest, AsksForTheModelAnnouncesItselfStoresTheImageAndStartsTheUp
 TEST_F(UpdateCgiTest, TraceOfANormalRun) {
     const std::string body = multipart(image_bytes(20000, 2));
     HttpResponse response = upload(image_bytes(20000, 2));
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     ASSERT_TRUE(env().wait_for_log("leave apache_dbus_send_str_ret_int", std::chrono::seconds(5), log_before_));
     const std::string length = std::to_string(body.size());
     EXPECT_EQ(log_lines(),
@@ -128,13 +145,13 @@ TEST_F(UpdateCgiTest, TraceOfANormalRun) {
 TEST_F(UpdateCgiTest, ModelTextIsQuotedIntoTheUpdaterLine) {
     sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getModel","mode":"values",)"
                    R"("signature":"s","values":["QTR60"]})");
-    EXPECT_EQ(upload(image_bytes(9000, 3)).body, kRefresh);
+    EXPECT_EQ(upload(image_bytes(9000, 3)).body, kUpdateRefresh);
     sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getModel","mode":"values",)"
                    R"("signature":"s","values":["QTR 58; reboot"]})");
-    EXPECT_EQ(upload(image_bytes(9000, 4)).body, kRefresh);
+    EXPECT_EQ(upload(image_bytes(9000, 4)).body, kUpdateRefresh);
     // No model at all: the absent text keeps its place in the line.
     sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","member":"getModel","mode":"error"})");
-    EXPECT_EQ(upload(image_bytes(9000, 5)).body, kRefresh);
+    EXPECT_EQ(upload(image_bytes(9000, 5)).body, kUpdateRefresh);
 
     std::vector<std::string> lines;
     for (const SimRecord &record : sim_->records()) {
@@ -149,7 +166,7 @@ TEST_F(UpdateCgiTest, ModelTextIsQuotedIntoTheUpdaterLine) {
 // announced before the body was looked at is taken back.
 TEST_F(UpdateCgiTest, GetWithoutBodyStartsNothing) {
     env().write_server_tmp("uImage", "previous");
-    HttpResponse response = get(port(), "/update.cgi");
+    HttpResponse response = get_with_fault(port(), "/update.cgi", kNoPurgePause, 10000);
     EXPECT_EQ(response.status, 400);
     EXPECT_EQ(stored(), "previous");
     const std::string path = serving_path();
@@ -208,7 +225,7 @@ TEST_F(UpdateCgiTest, RunningUpdaterRefusesWithoutTouchingAnything) {
     if (!env().has_isolation()) GTEST_SKIP() << "needs the server's private process table";
     env().write_server_tmp("uImage", "untouched");
     const pid_t updater = env().spawn_process("update");
-    HttpResponse response = upload(image_bytes(20000, 6));
+    HttpResponse response = upload(image_bytes(20000, 6), 200, Pause::kKept);
     env().kill_process(updater);
     EXPECT_EQ(response.body, "updating");
     EXPECT_FALSE(response.has_header("content-type")) << response.headers["content-type"];
@@ -227,7 +244,7 @@ TEST_F(UpdateCgiTest, UpdaterStartedUnderAPathDoesNotCount) {
     HttpResponse response = upload(image);
     env().kill_process(lookalike);
     env().kill_process(other);
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_TRUE(stored() == image);
     EXPECT_EQ(sim_->records().size(), 3u);
 }
@@ -236,8 +253,8 @@ TEST_F(UpdateCgiTest, SilentPlatformMakesTheUpdaterStartTimeOut) {
     sim_->set_rule(R"({"destination":"com.korvex-labs.www.platform","interface":"com.KorvexLabs.platform.admin",)"
                    R"("member":"doSystem","mode":"silent"})");
     const std::string image = image_bytes(10000, 8);
-    HttpResponse response = upload(image);
-    EXPECT_EQ(response.body, kRefresh);
+    HttpResponse response = upload(image, 200, Pause::kKept);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     EXPECT_TRUE(stored() == image);
     // Sent but not answered: the updater may still run, so nothing is taken back.
     for (const SimRecord &record : sim_->records()) {

@@ -2,21 +2,18 @@
 // the part header, the two halves sent with a pause between them, with the part's fields in
 // both orders. Each upload stores exactly its image and starts the updater exactly once.
 #include <chrono>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tests/support/gateway_env.h"
 #include "tests/support/multipart.h"
 #include "tests/support/process_runner.h"
 #include "tests/support/raw_client.h"
-#include "tests/support/sim_client.h"
+#include "tests/support/upload_fixture.h"
 
 namespace korvex::test {
 namespace {
 
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 const std::string kUpdaterStart = "s:update -k /tmp/uImage -m QTR58 -r 3 &";
 const std::string kDisposition = "Content-Disposition: form-data; name=\"file\"; filename=\"uImage\"\r\n";
 const std::string kType = "Content-Type: application/octet-stream\r\n";
@@ -44,15 +41,8 @@ Upload make_upload(const std::string &fields, unsigned seed) {
     return upload;
 }
 
-class UploadCutTest : public GatewayTest {
+class UploadCutTest : public UploadFixture {
 protected:
-    void SetUp() override {
-        GatewayTest::SetUp();
-        if (!env().has_isolation()) GTEST_SKIP() << "needs the server's private /tmp";
-        sim_ = std::make_unique<SimClient>(env().bus_address());
-        sim_->reset();
-    }
-
     // Sends the first `cut` bytes, pauses, sends the rest. A cut inside the body waits
     // until the module has announced the update (it reads the body right after), so that
     // its first read finds the part header incomplete.
@@ -74,7 +64,7 @@ protected:
             sim_->clear_records();
             const HttpResponse response = send_cut(upload, cut);
             ASSERT_EQ(response.status, 200) << "cut " << cut << ": " << response.error;
-            ASSERT_EQ(response.body, kRefresh) << "cut " << cut;
+            ASSERT_EQ(response.body, kUpdateRefresh) << "cut " << cut;
             const std::string stored = read_file(env().server_tmp_path("uImage"));
             ASSERT_TRUE(stored == upload.image) << "cut " << cut << ": " << stored.size() << " bytes stored";
             std::vector<std::string> members;
@@ -89,8 +79,6 @@ protected:
             ASSERT_EQ(starts.size(), 1u) << "cut " << cut;
         }
     }
-
-    std::unique_ptr<SimClient> sim_;
 };
 
 TEST_F(UploadCutTest, EveryCutWithContentDispositionFirst) { every_cut(kDisposition + kType, 1000); }
@@ -112,7 +100,7 @@ TEST_F(UploadCutTest, PartHeaderOneByteAtATime) {
         client.send(upload.request.substr(upload.header_end));
         const HttpResponse response = client.response(10000);
         EXPECT_EQ(response.status, 200);
-        EXPECT_EQ(response.body, kRefresh);
+        EXPECT_EQ(response.body, kUpdateRefresh);
         EXPECT_TRUE(read_file(env().server_tmp_path("uImage")) == upload.image);
         size_t starts = 0;
         for (const SimRecord &record : sim_->wait_for_records(3, 5000)) starts += record.member == "doSystem";

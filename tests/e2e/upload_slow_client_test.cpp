@@ -1,72 +1,74 @@
 // A client that drips its upload, a byte every few seconds, loses the upload lock within a
 // minute: it is answered 408 with the refusal text, the update is taken back ("alive" 0),
-// nothing is started, and the next upload goes through. Once on the server as shipped for
+// nothing is started, and the next upload goes through. On the server as shipped for
 // "make run" (mod_reqtimeout with Debian's defaults, whose body time-out and the module's
 // own pace run out at about the same time; either way the client sees the same answer), and
-// once with mod_reqtimeout's body time-out off, where the module's pace alone ends the drip.
+// on one with mod_reqtimeout's body time-out off, where the module's pace alone ends the
+// drip. The two drips run side by side, each on its own server.
 #include <chrono>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tests/support/gateway_env.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/multipart.h"
 #include "tests/support/process_runner.h"
 #include "tests/support/raw_client.h"
-#include "tests/support/sim_client.h"
+#include "tests/support/upload_fixture.h"
 
 namespace korvex::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 const std::string kRefused = "The firmware upload was incomplete or could not be stored; nothing was updated.";
+const std::string kPaceGivenUp = "upload slower than 1024 bytes in 10 s: given up";
+const std::string kBodyTimedOut = "Error reading request body.";
 constexpr auto kDripInterval = std::chrono::seconds(3);
 
-class SlowUploadTest : public GatewayTest {
-protected:
-    void SetUp() override {
-        GatewayTest::SetUp();
-        if (!env().has_isolation()) GTEST_SKIP() << "needs the server's private /tmp";
-        sim_ = std::make_unique<SimClient>(env().bus_address());
-        sim_->reset();
-        env().write_server_tmp("uImage", "earlier");
-        log_before_ = env().error_log_size();
+// One server's drip: the upload that drips, the server's answer, and what it left behind.
+class Drip {
+public:
+    explicit Drip(GatewayEnv &gateway) : gateway_(gateway), sim_(gateway.bus_address()) {
+        sim_.reset();
+        gateway_.write_server_tmp("uImage", "earlier");
+        log_before_ = gateway_.error_log_size();
     }
 
     // Sends the head and the part header at once, then one image byte every kDripInterval
-    // until the server answers. Returns the answer and how long the body dripped.
-    HttpResponse drip(std::chrono::milliseconds *dripped) {
+    // until the server answers.
+    void run() {
         const std::string body = upload_body(random_image(50000, 21));
-        RawClient client(port());
+        RawClient client(gateway_.port());
         client.send("POST /update.cgi HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: " + upload_content_type() +
-                    "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
-                    upload_part_header());
+                    "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + upload_part_header());
         // The module reads the body right after it announced the update.
-        sim_->wait_for_records(2, 5000);
+        sim_.wait_for_records(2, 5000);
         const auto started = Clock::now();
         size_t at = upload_part_header().size();
         while (Clock::now() - started < std::chrono::seconds(60)) {
             if (client.readable(static_cast<int>(std::chrono::milliseconds(kDripInterval).count()))) break;
             if (!client.send(body.substr(at++, 1))) break;
         }
-        *dripped = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started);
-        return client.response(5000);
+        dripped_ = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started);
+        answer_ = client.response(5000);
     }
 
+    size_t log_lines_with(const std::string &text) const { return gateway_.count_log_lines(text, log_before_); }
+    std::string log() const { return gateway_.error_log_since(log_before_); }
+
     // The drip's exact answer, what it left behind, and a second upload that succeeds.
-    void expect_drip_refused_and_lock_freed(const HttpResponse &answer, std::chrono::milliseconds dripped) {
-        EXPECT_EQ(answer.status, 408) << answer.error;
-        EXPECT_EQ(answer.body, kRefused);
-        EXPECT_EQ(answer.headers.at("connection"), "close");
-        EXPECT_GE(dripped.count(), 9000);
-        EXPECT_LT(dripped.count(), 16000);
-        EXPECT_EQ(read_file(env().server_tmp_path("uImage")), "earlier");
-        EXPECT_TRUE(env().wait_for_log("no updater started", std::chrono::seconds(5), log_before_));
-        EXPECT_EQ(module_log_lines(env().error_log_since(log_before_), "korvex_handler"),
+    void expect_refused_and_lock_freed() {
+        EXPECT_EQ(answer_.status, 408) << answer_.error;
+        EXPECT_EQ(answer_.body, kRefused);
+        EXPECT_EQ(answer_.headers["connection"], "close");
+        EXPECT_GE(dripped_.count(), 9000);
+        EXPECT_LT(dripped_.count(), 16000);
+        EXPECT_EQ(read_file(gateway_.server_tmp_path("uImage")), "earlier");
+        EXPECT_TRUE(gateway_.wait_for_log("no updater started", std::chrono::seconds(5), log_before_));
+        EXPECT_EQ(module_log_lines(log(), "korvex_handler"),
                   (std::vector<std::string>{
                       "[korvex:notice] [pid N] korvex_handler:L apache: purging ...",
                       "[korvex:error] [pid N] korvex_handler:L apache: upload refused (408), the updater is not started",
@@ -75,12 +77,13 @@ protected:
                   }));
 
         const std::string image = random_image(40000, 22);
-        const HttpResponse second = post(port(), "/update.cgi", upload_body(image), upload_content_type());
+        const HttpResponse second = post(gateway_.port(), "/update.cgi", upload_body(image), upload_content_type(),
+                                         {kNoPurgePauseHeader});
         EXPECT_EQ(second.status, 200);
-        EXPECT_EQ(second.body, kRefresh);
-        EXPECT_TRUE(read_file(env().server_tmp_path("uImage")) == image);
+        EXPECT_EQ(second.body, kUpdateRefresh);
+        EXPECT_TRUE(read_file(gateway_.server_tmp_path("uImage")) == image);
         std::vector<std::string> members;
-        for (const SimRecord &record : sim_->records()) {
+        for (const SimRecord &record : sim_.records()) {
             members.push_back(record.member + (record.args.empty() ? "" : " " + record.args[0]));
         }
         EXPECT_EQ(members, (std::vector<std::string>{"getModel s:getModel", "alive i:1", "alive i:0",
@@ -88,36 +91,35 @@ protected:
                                                      "doSystem s:update -k /tmp/uImage -m QTR58 -r 3 &"}));
     }
 
-    std::unique_ptr<SimClient> sim_;
+private:
+    GatewayEnv &gateway_;
+    SimClient sim_;
     size_t log_before_ = 0;
+    HttpResponse answer_;
+    std::chrono::milliseconds dripped_{0};
 };
 
-TEST_F(SlowUploadTest, ADripLosesTheLockWithinAMinute) {
-    std::chrono::milliseconds dripped{0};
-    const HttpResponse answer = drip(&dripped);
-    // Whichever bound ran out first ended the read, and only that one is logged.
-    const size_t paced = env().count_log_lines("upload slower than 1024 bytes in 10 s: given up", log_before_);
-    const size_t timed_out = env().count_log_lines("Error reading request body.", log_before_);
-    EXPECT_EQ(paced + timed_out, 1u) << env().error_log_since(log_before_);
-    expect_drip_refused_and_lock_freed(answer, dripped);
-}
+class SlowUploadTest : public UploadFixture {};
 
-// mod_reqtimeout's body time-out off: only the module's pace bounds the upload.
-class PaceOnlyTest : public SlowUploadTest {
-protected:
-    static void SetUpTestSuite() {
-        GatewayEnv::Options options;
-        options.site_config = "RequestReadTimeout body=0\n";
-        use_env(options);
-    }
-};
+TEST_F(SlowUploadTest, ADripLosesTheLockWithinAMinuteWhicheverBoundEndsIt) {
+    GatewayEnv::Options body_timeout_off;
+    body_timeout_off.site_config = "RequestReadTimeout body=0\n";
+    const std::unique_ptr<GatewayEnv> pace_only_server = GatewayEnv::start(body_timeout_off);
+    ASSERT_TRUE(pace_only_server->has_isolation());
 
-TEST_F(PaceOnlyTest, TheModulesPaceEndsTheDrip) {
-    std::chrono::milliseconds dripped{0};
-    const HttpResponse answer = drip(&dripped);
-    EXPECT_EQ(env().count_log_lines("upload slower than 1024 bytes in 10 s: given up", log_before_), 1u)
-        << env().error_log_since(log_before_);
-    expect_drip_refused_and_lock_freed(answer, dripped);
+    Drip shipped(env());
+    Drip pace_only(*pace_only_server);
+    auto shipped_run = std::async(std::launch::async, [&shipped] { shipped.run(); });
+    auto pace_only_run = std::async(std::launch::async, [&pace_only] { pace_only.run(); });
+    shipped_run.get();
+    pace_only_run.get();
+
+    shipped.expect_refused_and_lock_freed();
+    pace_only.expect_refused_and_lock_freed();
+    // As shipped, whichever bound ran out first ended the read, and only that one is logged.
+    EXPECT_EQ(shipped.log_lines_with(kPaceGivenUp) + shipped.log_lines_with(kBodyTimedOut), 1u) << shipped.log();
+    // With mod_reqtimeout's body time-out off, only the module's pace bounds the upload.
+    EXPECT_EQ(pace_only.log_lines_with(kPaceGivenUp), 1u) << pace_only.log();
 }
 
 }  // namespace

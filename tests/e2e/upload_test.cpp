@@ -26,7 +26,6 @@ namespace korvex::test {
 namespace {
 
 const std::string &kBoundary = kUploadBoundary;
-const std::string kRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
 
 std::string random_bytes(std::size_t size, unsigned seed) { return random_image(size, seed); }
 std::string closing() { return upload_closing(); }
@@ -115,12 +114,14 @@ class UploadTest : public GatewayTest {
     std::string stored() const { return read_file(image_path()); }
 
     HttpResponse post_upload(const std::string &body) {
-        return post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + kBoundary);
+        return post(port(), "/update.cgi", body, "multipart/form-data; boundary=" + kBoundary,
+                    {kNoPurgePauseHeader});
     }
 
     // The request in one write, so that a small body reaches the module as one piece.
     HttpResponse send_upload_at_once(const std::string &body) {
-        const std::string raw = "POST /update.cgi HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n"
+        const std::string raw = "POST /update.cgi HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n" +
+                                kNoPurgePauseHeader + "\r\n"
                                 "Content-Type: multipart/form-data; boundary=" +
                                 kBoundary + "\r\nContent-Length: " + std::to_string(body.size()) +
                                 "\r\n\r\n" + body;
@@ -155,7 +156,7 @@ TEST_F(UploadTest, LargeImageIsStreamedToTheFile) {
 
     ASSERT_EQ(response.error, "");
     EXPECT_EQ(response.status, 200);
-    EXPECT_EQ(response.body, kRefresh);
+    EXPECT_EQ(response.body, kUpdateRefresh);
     const std::string file = stored();
     EXPECT_EQ(file.size(), image.size());
     EXPECT_TRUE(file == image) << "the stored image differs";

@@ -33,84 +33,16 @@ class WanTest : public CommandTest {
 
 // ---- Live values: the query value goes to the platform daemon as it stands ----
 
-struct LiveGetter {
-    const char *command;
-    const char *member;
-    const char *lease_value;  // what the simulated daemon answers by default
-};
-
-void PrintTo(const LiveGetter &p, std::ostream *os) { *os << p.command; }
-
-class WanLiveGetterTest : public WanTest, public ::testing::WithParamInterface<LiveGetter> {
-  protected:
-    std::string command() const { return GetParam().command; }
-    std::string member() const { return GetParam().member; }
-};
-
-TEST_P(WanLiveGetterTest, PrintsTheDaemonsReply) {
-    EXPECT_EQ(run(command() + "=eth2.2"), std::string(GetParam().lease_value) + "<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{net_call(member(), "eth2.2")});
+// The relays' rules are in text_relay_test.cpp; these are the simulator's leases.
+TEST_F(WanTest, LiveValuesOfTheSimulator) {
+    EXPECT_EQ(run("getip=eth2.2&getnetmask=eth2.2&getgateway=eth2.2&getdnsserver=eth2.2"),
+              "192.168.1.57<br>getip done255.255.255.0<br>getnetmask done192.168.1.1<br>getgateway done"
+              "192.168.1.1<br>getdnsserver done");
+    EXPECT_EQ(calls(), (Calls{net_call("getip", "eth2.2"), net_call("getnetmask", "eth2.2"),
+                              net_call("getgateway", "eth2.2"), net_call("getdns", "eth2.2")}));
 }
-
-TEST_P(WanLiveGetterTest, PrintsWhateverTheDaemonAnswers) {
-    net_rule(member(), R"("mode":"values","signature":"s","values":["10.0.0.2 <i>"])");
-    EXPECT_EQ(run(command() + "=x"), "10.0.0.2 <i><br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{net_call(member(), "x")});
-}
-
-TEST_P(WanLiveGetterTest, PassesTheQueryValueUnchanged) {
-    EXPECT_EQ(run(command() + "=a%20b%3Bc%27%22"), std::string(GetParam().lease_value) + "<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{net_call(member(), "a b;c'\"")});
-}
-
-TEST_P(WanLiveGetterTest, PassesAnEmptyValue) {
-    EXPECT_EQ(run(command() + "="), std::string(GetParam().lease_value) + "<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{net_call(member(), "")});
-}
-
-TEST_P(WanLiveGetterTest, PlatformAbsentPrintsNothingAndFails) {
-    sim().set_absent(kPlatform, true);
-    EXPECT_EQ(run(command() + "=eth2.2"), command() + " failed");
-    EXPECT_EQ(calls(), Calls{});
-}
-
-TEST_P(WanLiveGetterTest, ErrorReplyPrintsNothingAndFails) {
-    net_rule(member(), R"("mode":"error")");
-    EXPECT_EQ(run(command() + "=eth2.2"), command() + " failed");
-    EXPECT_EQ(calls(), Calls{net_call(member(), "eth2.2")});
-}
-
-TEST_P(WanLiveGetterTest, ReplyWithoutArgumentPrintsNullAndIsDone) {
-    net_rule(member(), R"("mode":"noarg")");
-    EXPECT_EQ(run(command() + "=eth2.2"), "(null)<br>" + command() + " done");
-    EXPECT_EQ(calls(), Calls{net_call(member(), "eth2.2")});
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, WanLiveGetterTest,
-                         ::testing::Values(LiveGetter{"getip", "getip", "192.168.1.57"},
-                                           LiveGetter{"getnetmask", "getnetmask", "255.255.255.0"},
-                                           LiveGetter{"getgateway", "getgateway", "192.168.1.1"},
-                                           LiveGetter{"getdnsserver", "getdns", "192.168.1.1"}),
-                         CommandName());
 
 // ---- Connection mode ----
-
-TEST_F(WanTest, GetconnectmodePrintsTheStoredMode) {
-    sim().nvram_put("wanConnectionMode", "STATIC", false);
-    EXPECT_EQ(run("getconnectmode=ignored"), "STATIC<br>getconnectmode done");
-    EXPECT_EQ(calls(), Calls{get_call("wanConnectionMode")});
-}
-
-TEST_F(WanTest, GetconnectmodePrintsTheFactoryMode) {
-    EXPECT_EQ(run("getconnectmode="), "DHCP<br>getconnectmode done");
-    EXPECT_EQ(calls(), Calls{get_call("wanConnectionMode")});
-}
-
-TEST_F(WanTest, GetconnectmodeWithoutReplyPrintsNullAndIsDone) {
-    nvram_rule("get", R"("mode":"error")");
-    EXPECT_EQ(run("getconnectmode="), "(null)<br>getconnectmode done");
-    EXPECT_EQ(calls(), Calls{get_call("wanConnectionMode")});
-}
 
 TEST_F(WanTest, SetconnectmodeStoresStaticWithoutCommitting) {
     EXPECT_EQ(run("setconnectmode=STATIC"), "setconnectmode done");

@@ -36,6 +36,14 @@ inline std::string upload_closing() { return "\r\n--" + kUploadBoundary + "--\r\
 
 inline std::string upload_body(const std::string &image) { return upload_part_header() + image + upload_closing(); }
 
+// The module pauses a second after its memory purge; a test that does not time an upload
+// asks the tests' build of the module (module/fault_hooks.h) to skip the pause.
+inline const std::string kNoPurgePause = "no-purge-pause";
+inline const std::string kNoPurgePauseHeader = "X-Korvex-Fault: " + kNoPurgePause;
+
+// The answer of "update.cgi" to an upload it stored and handed to the updater.
+inline const std::string kUpdateRefresh = "<meta http-equiv=\"refresh\" content=\"1;url=/updatestatus.htm\">";
+
 inline std::string upload_content_type() { return "multipart/form-data; boundary=" + kUploadBoundary; }
 
 }  // namespace korvex::test

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "registry/command_table.h"
-#include "tests/unit/full_catalog.h"
+#include "tests/support/full_catalog.h"
 
 namespace {
 

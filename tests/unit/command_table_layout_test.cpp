@@ -8,7 +8,7 @@
 
 #include "registry/command_table.h"
 #include "tests/support/apr_pool_fixture.h"
-#include "tests/unit/full_catalog.h"
+#include "tests/support/full_catalog.h"
 
 namespace {
 

@@ -75,6 +75,12 @@ TEST(SurveyRow, FieldsPastTheEndOfAShortLineAreEmpty) {
     EXPECT_EQ(cut("1   KorvexHome                       00:11"), "1|KorvexHome|00:11|||");
 }
 
+TEST(SurveyRow, BlanksAroundAFieldGoAndBlanksInsideStay) {
+    const std::string line =
+        "6     Guest Network 2G               66:77:88:99:aa:bb   NONE                   45       11b/g   NONE   In \n";
+    EXPECT_EQ(cut(line), "6|Guest Network 2G|66:77:88:99:aa:bb|NONE|45|11b/g");
+}
+
 TEST(SurveyRow, OnlyTheGivenLengthIsRead) {
     // What lies after the line's length (a longer earlier line in the same buffer) is never used.
     const std::string buffer = kRow;
@@ -107,6 +113,17 @@ TEST(SurveyTable, TheRestOfALineLongerThanTheBufferIsTheNextLine) {
     ASSERT_EQ(rows.size(), 2u);
     EXPECT_EQ(rows[0].substr(0, 7), "3|Long|");
     EXPECT_EQ(rows[1], "tai|of the line||||");
+}
+
+TEST(SurveyTable, AShortLineAfterAFullOneShowsNothingOfIt) {
+    // The buffer still holds the earlier line's bytes past the short line's end.
+    const std::string full(120, 'x');
+    const std::string full_row = "xxx|" + std::string(32, 'x') + "|" + std::string(19, 'x') + "|" +
+                                 std::string(22, 'x') + "|" + std::string(9, 'x') + "|" + std::string(7, 'x');
+    const std::string ends_in_the_ssid = "11  CafeNetwork-5G_x\n";
+    const std::string ends_in_the_bssid = "7   Short Row                        00:11:22\n";
+    EXPECT_EQ(rows_of(kTitle + full + "\n" + ends_in_the_ssid + ends_in_the_bssid),
+              (std::vector<std::string>{full_row, "11|CafeNetwork-5G_x||||", "7|Short Row|00:11:22|||"}));
 }
 
 TEST(SurveyTable, AShortRemainderOfALongLineEndsTheTable) {

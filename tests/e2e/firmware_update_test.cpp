@@ -1,8 +1,7 @@
-// Firmware updates through Apache and the bus: the status of a running "checkupdate" or
-// "update" program, the image and firmware checks and background downloads started through
-// the platform daemon (their exact shell lines), the refusal while a program runs, the bound
-// on the update server's name, the firmware-version time-outs, and the whole-flash rewrite
-// signal.
+// Firmware updates through Apache and the bus: the check for a newer firmware and its
+// download (their exact shell lines), refused while an updater program runs, the bound on
+// the update server's name, the firmware-version time-outs, the boot loader update and the
+// whole-flash rewrite signal.
 #include <chrono>
 #include <ostream>
 #include <stdexcept>
@@ -10,205 +9,14 @@
 #include <vector>
 
 #include "tests/support/access_log.h"
-#include "tests/support/command_test.h"
+#include "tests/support/firmware_fixture.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/record_text.h"
 
 namespace korvex::test {
 namespace {
 
-const std::string kPlatform = "com.korvex-labs.www.platform";
-const std::string kIfAdmin = "com.KorvexLabs.platform.admin";
-const std::string kAdmin = kPlatform + " " + kIfAdmin + " ";
-const std::string kGetModel = kAdmin + "getModel(s:getModel)";
-const std::string kDebuger = "com.korvex-labs.www.debuger";
-const std::string kIfWatchdog = "com.KorvexLabs.watchdog";
-const std::string kGetFirmwareVersion = kDebuger + " " + kIfWatchdog + " getfwver(i:1)";
-const std::string kCheckUpdateBus = "com.korvex-labs.www.checkupdate";
-const std::string kIfCheckUpdate = "com.KorvexLabs.checkupdate";
-const std::string kUpdateBus = "com.korvex-labs.www.update";
-const std::string kIfUpdate = "com.KorvexLabs.update";
-const std::string kCheckStatus = kCheckUpdateBus + " " + kIfCheckUpdate + " getupdatestatus(i:1)";
-const std::string kUpdateStatus = kUpdateBus + " " + kIfUpdate + " getupdatestatus(i:1)";
-
-
-// The background download of a newer firmware, from the default server or from `server`.
-std::string download_line(const std::string &version, const std::string &model = "QTR58") {
-    return "checkupdate -v " + version + " -d /tmp/uImage -m " + model + "&";
-}
-std::string download_from_line(const std::string &version, const std::string &server) {
-    return "checkupdate -v " + version + " -d /tmp/uImage -s " + server + " -m QTR58&";
-}
-
-// A sleeping process under one of the updater programs' names, seen by the server's process
-// scan for as long as the object lives. Every test that starts one ends it, so no other test
-// finds an updater running.
-class RunningProgram {
-  public:
-    RunningProgram(GatewayEnv &env, const std::string &name) : env_(env), pid_(env.spawn_process(name)) {}
-    ~RunningProgram() {
-        try {
-            env_.kill_process(pid_);
-        } catch (const std::exception &e) {
-            ADD_FAILURE() << "could not stop process " << pid_ << ": " << e.what();
-        }
-    }
-    RunningProgram(const RunningProgram &) = delete;
-    RunningProgram &operator=(const RunningProgram &) = delete;
-
-  private:
-    GatewayEnv &env_;
-    pid_t pid_;
-};
-
-class FirmwareTest : public CommandTest {
-  protected:
-    void SetUp() override {
-        CommandTest::SetUp();
-        log_before_ = env().error_log_size();
-    }
-
-    void shell_rule(const std::string &mode) { rule(kPlatform, kIfAdmin, "doSystem", mode); }
-    void model_rule(const std::string &mode) { rule(kPlatform, kIfAdmin, "getModel", mode); }
-    void watchdog_rule(const std::string &mode) { rule(kDebuger, kIfWatchdog, "getfwver", mode); }
-
-    // The module's log lines written since the test began that contain `containing`, once
-    // `awaited` (when given) has shown up.
-    std::vector<std::string> log_lines(const std::string &containing, const std::string &awaited = "") {
-        if (!awaited.empty()) {
-            EXPECT_TRUE(env().wait_for_log(awaited, std::chrono::seconds(5), log_before_)) << awaited;
-        }
-        return module_log_lines(env().error_log_since(log_before_), containing);
-    }
-
-    size_t log_before_ = 0;
-};
-
-// ---- Status of the running program ----
-
-TEST_F(FirmwareTest, GetupdatestatusWithNoProgramRunningPrintsNullAndAsksNobody) {
-    EXPECT_EQ(run("getupdatestatus="), "(null)<br>getupdatestatus done");
-    EXPECT_EQ(calls(), Calls{});
-}
-
-TEST_F(FirmwareTest, GetupdatestatusRelaysTheRunningCheck) {
-    RunningProgram check(env(), "checkupdate");
-    EXPECT_EQ(run("getupdatestatus=x"), "checking<br>getupdatestatus done");
-    EXPECT_EQ(calls(), Calls{kCheckStatus});
-}
-
-TEST_F(FirmwareTest, GetupdatestatusRelaysTheRunningUpdate) {
-    RunningProgram update(env(), "update");
-    EXPECT_EQ(run("getupdatestatus="), "writing flash 35%<br>getupdatestatus done");
-    EXPECT_EQ(calls(), Calls{kUpdateStatus});
-}
-
-TEST_F(FirmwareTest, GetupdatestatusAsksTheCheckWhenBothRun) {
-    RunningProgram update(env(), "update");
-    RunningProgram check(env(), "checkupdate");
-    EXPECT_EQ(run("getupdatestatus="), "checking<br>getupdatestatus done");
-    EXPECT_EQ(calls(), Calls{kCheckStatus});
-}
-
-TEST_F(FirmwareTest, GetupdatestatusPrintsTheProgramsTextAsItIs) {
-    RunningProgram update(env(), "update");
-    rule(kUpdateBus, kIfUpdate, "getupdatestatus", R"("mode":"values","signature":"s","values":["<b>done</b> 100%"])");
-    EXPECT_EQ(run("getupdatestatus="), "<b>done</b> 100%<br>getupdatestatus done");
-    EXPECT_EQ(calls(), Calls{kUpdateStatus});
-}
-
-TEST_F(FirmwareTest, GetupdatestatusWithoutAnAnswerFromTheCheckPrintsNullAndIsDone) {
-    RunningProgram check(env(), "checkupdate");
-    rule(kCheckUpdateBus, kIfCheckUpdate, "getupdatestatus", R"("mode":"error")");
-    EXPECT_EQ(run("getupdatestatus="), "(null)<br>getupdatestatus done");
-    EXPECT_EQ(calls(), Calls{kCheckStatus});
-}
-
-TEST_F(FirmwareTest, GetupdatestatusWithoutAnAnswerFromTheUpdatePrintsNullAndIsDone) {
-    RunningProgram update(env(), "update");
-    rule(kUpdateBus, kIfUpdate, "getupdatestatus", R"("mode":"error")");
-    EXPECT_EQ(run("getupdatestatus="), "(null)<br>getupdatestatus done");
-    EXPECT_EQ(calls(), Calls{kUpdateStatus});
-}
-
-// A program counts only under exactly its name: not under a path, not as part of a name.
-TEST_F(FirmwareTest, GetupdatestatusIgnoresLookalikeProgramNames) {
-    RunningProgram by_path(env(), "/usr/bin/update");
-    RunningProgram longer(env(), "checkupdate.sh");
-    RunningProgram shorter(env(), "updat");
-    EXPECT_EQ(run("getupdatestatus="), "(null)<br>getupdatestatus done");
-    EXPECT_EQ(calls(), Calls{});
-}
-
-// ---- Image check ----
-
-TEST_F(FirmwareTest, CheckuimageRunsTheCheckAndPrintsItsAnswer) {
-    shell_rule(R"("mode":"values","signature":"i","values":[7])");
-    EXPECT_EQ(run("checkuimage=fw-2.1.bin"), "7<br>checkuimage done");
-    EXPECT_EQ(calls(), (Calls{kGetModel, shell_call("checkupdate -r fw-2.1.bin -m QTR58")}));
-}
-
-TEST_F(FirmwareTest, CheckuimageWithoutAnAnswerPrintsMinusOneAndIsDone) {
-    shell_rule(R"("mode":"error")");
-    EXPECT_EQ(run("checkuimage=fw"), "-1<br>checkuimage done");
-    EXPECT_EQ(calls(), (Calls{kGetModel, shell_call("checkupdate -r fw -m QTR58")}));
-}
-
-TEST_F(FirmwareTest, CheckuimageKeepsAValueWithBlanksAndSemicolonsOneArgument) {
-    EXPECT_EQ(run("checkuimage=a%20b%3Breboot"), "0<br>checkuimage done");
-    EXPECT_EQ(run("checkuimage="), "0<br>checkuimage done");
-    EXPECT_EQ(calls(), (Calls{kGetModel, shell_call("checkupdate -r 'a b;reboot' -m QTR58"), kGetModel,
-                              shell_call("checkupdate -r '' -m QTR58")}));
-}
-
-TEST_F(FirmwareTest, CheckuimageWithoutAModelPassesTheAbsentText) {
-    model_rule(R"("mode":"error")");
-    EXPECT_EQ(run("checkuimage=fw"), "0<br>checkuimage done");
-    EXPECT_EQ(calls(), (Calls{kGetModel, shell_call("checkupdate -r fw -m '(null)'")}));
-}
-
-TEST_F(FirmwareTest, CheckuimageIsRefusedWhileAnUpdateRuns) {
-    RunningProgram update(env(), "update");
-    EXPECT_EQ(run("checkuimage=fw"), "0<br>checkuimage failed");
-    EXPECT_EQ(calls(), Calls{});
-}
-
-TEST_F(FirmwareTest, CheckuimageGoesAheadWhileOnlyACheckRuns) {
-    RunningProgram check(env(), "checkupdate");
-    shell_rule(R"("mode":"values","signature":"i","values":[2])");
-    EXPECT_EQ(run("checkuimage=fw"), "2<br>checkuimage done");
-    EXPECT_EQ(calls(), (Calls{kGetModel, shell_call("checkupdate -r fw -m QTR58")}));
-}
-
-// ---- Image download ----
-
-TEST_F(FirmwareTest, UpdateuimageStartsTheDownloadInTheBackgroundAndPrintsNothing) {
-    EXPECT_EQ(run("updateuimage=fw-2.1.bin"), "updateuimage done");
-    EXPECT_EQ(calls(), (Calls{kGetModel, shell_call("checkupdate -r fw-2.1.bin -d /tmp/uImage -m QTR58&")}));
-}
-
-TEST_F(FirmwareTest, UpdateuimageDoesNotLookAtThePlatformsAnswer) {
-    shell_rule(R"("mode":"error")");
-    EXPECT_EQ(run("updateuimage=fw"), "updateuimage done");
-    EXPECT_EQ(calls(), (Calls{kGetModel, shell_call("checkupdate -r fw -d /tmp/uImage -m QTR58&")}));
-}
-
-TEST_F(FirmwareTest, UpdateuimageQuotesAValueWithAQuote) {
-    EXPECT_EQ(run("updateuimage=it%27s%20%24(id)"), "updateuimage done");
-    EXPECT_EQ(calls(), (Calls{kGetModel, shell_call("checkupdate -r 'it'\\''s $(id)' -d /tmp/uImage -m QTR58&")}));
-}
-
-TEST_F(FirmwareTest, UpdateuimageIsRefusedSilentlyWhileAnUpdateRuns) {
-    RunningProgram update(env(), "update");
-    EXPECT_EQ(run("updateuimage=fw"), "updateuimage failed");
-    EXPECT_EQ(calls(), Calls{});
-}
-
-TEST_F(FirmwareTest, UpdateuimageGoesAheadWhileOnlyACheckRuns) {
-    RunningProgram check(env(), "checkupdate");
-    EXPECT_EQ(run("updateuimage=fw"), "updateuimage done");
-    EXPECT_EQ(calls(), (Calls{kGetModel, shell_call("checkupdate -r fw -d /tmp/uImage -m QTR58&")}));
-}
+using namespace firmware;
 
 // ---- Firmware check ----
 

@@ -1,4 +1,5 @@
-// The full command vocabulary of "network.cgi", for tests of the table's layout.
+// The full command vocabulary of "network.cgi", for the unit tests of the table's layout and the
+// end-to-end test of the catalog's coverage.
 #pragma once
 
 #include <string>

@@ -10,9 +10,11 @@
 namespace korvex::harness {
 namespace {
 
+// A socket is ready once the daemon listens on it, a file once it exists.
 bool exists(const std::string &path, bool socket) {
+    if (socket) return unix_socket_accepts(path);
     struct stat st{};
-    return stat(path.c_str(), &st) == 0 && (!socket || S_ISSOCK(st.st_mode));
+    return stat(path.c_str(), &st) == 0;
 }
 
 void await(const std::string &path, bool socket, const ProcessRecords &records, const std::string &name,
@@ -31,7 +33,7 @@ void start_bus(const GatewaySpec &spec, const ProcessRecords &records) {
     const std::string log = spec.run_dir + "/logs/bus.log";
     records.record("bus", launch({{"dbus-daemon", "--config-file", spec.run_dir + "/bus.conf", "--nofork", "--print-address"},
                                   {}, log}));
-    await(socket, true, records, "bus", spec, log, "dbus-daemon did not create " + socket);
+    await(socket, true, records, "bus", spec, log, "dbus-daemon did not listen on " + socket);
 }
 
 pid_t start_sim(const GatewaySpec &spec, const ProcessRecords &records) {

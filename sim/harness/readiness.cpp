@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <fcntl.h>
@@ -98,6 +99,18 @@ std::string log_tail(const std::string &path, size_t lines) {
     }
     const std::string tail = text.substr(start == 0 ? 0 : start + 1);
     return "--- last lines of " + path + ":\n" + tail + (tail.empty() || tail.back() == '\n' ? "" : "\n");
+}
+
+bool unix_socket_accepts(const std::string &path) {
+    sockaddr_un address{};
+    if (path.size() >= sizeof(address.sun_path)) return false;
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return false;
+    const bool accepted = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+    close(fd);
+    return accepted;
 }
 
 bool says_address_in_use(const std::string &log_text) {

@@ -20,6 +20,10 @@ WaitResult wait_until(const std::function<bool()> &ready, const std::function<bo
 // One GET of 127.0.0.1:port/path over HTTP/1.0; the body of a 200 answer, or false.
 bool http_get_body(int port, const std::string &path, std::string &body, int timeout_ms = 2000);
 
+// True when something listens on the unix socket at path (a connect succeeds). The file
+// appears when the daemon binds, a moment before it listens.
+bool unix_socket_accepts(const std::string &path);
+
 // The last lines of a file, under a heading naming it; "" for an empty or missing file.
 std::string log_tail(const std::string &path, size_t lines = 25);
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -51,6 +53,26 @@ TEST(AddressInUseTest, FindsApachesWordsForATakenPort) {
     EXPECT_FALSE(says_address_in_use("AH00558: apache2: Could not reliably determine the server's name\n"));
     EXPECT_FALSE(says_address_in_use("(13)Permission denied: AH00072: make_sock\n"));
     EXPECT_FALSE(says_address_in_use(""));
+}
+
+// dbus-daemon's socket file appears at bind(); only listen() makes it ready.
+TEST(UnixSocketTest, ABoundSocketIsReadyOnlyOnceItListens) {
+    char dir[] = "/var/tmp/korvex-harness-socket-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string path = std::string(dir) + "/socket";
+    EXPECT_FALSE(unix_socket_accepts(path));
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_GE(fd, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
+    EXPECT_FALSE(unix_socket_accepts(path));
+    ASSERT_EQ(listen(fd, 4), 0);
+    EXPECT_TRUE(unix_socket_accepts(path));
+    close(fd);
+    unlink(path.c_str());
+    rmdir(dir);
 }
 
 class LogFileTest : public ::testing::Test {

@@ -63,21 +63,25 @@ std::string unique_name(const char *stem) {
     return std::string(stem) + "-" + std::to_string(getpid()) + "-" + std::to_string(std::rand());
 }
 
-TEST(ProcFindTest, FindsChildStartedAsUpdate) {
-    Child child("update");
+// Names of their own: other tests on the machine start processes called "update" too.
+TEST(ProcFindTest, FindsAChildByItsName) {
+    const std::string name = unique_name("update");
+    Child child(name);
     ASSERT_GT(child.pid(), 0);
-    EXPECT_EQ(proc_find("update"), child.pid());
+    EXPECT_EQ(proc_find(name.c_str()), child.pid());
     child.stop();
-    EXPECT_EQ(proc_find("update"), -1);
+    EXPECT_EQ(proc_find(name.c_str()), -1);
 }
 
 TEST(ProcFindTest, ComparesTheWholeFirstArgument) {
-    Child child("/some/path/update");
+    const std::string name = unique_name("update");
+    const std::string path = "/some/path/" + name;
+    Child child(path);
     ASSERT_GT(child.pid(), 0);
-    EXPECT_EQ(proc_find("update"), -1);
-    EXPECT_EQ(proc_find("/some/path/update"), child.pid());
-    EXPECT_EQ(proc_find("/some/path/upd"), -1);
-    EXPECT_EQ(proc_find("/some/path/update2"), -1);
+    EXPECT_EQ(proc_find(name.c_str()), -1);
+    EXPECT_EQ(proc_find(path.c_str()), child.pid());
+    EXPECT_EQ(proc_find(path.substr(0, path.size() - 1).c_str()), -1);
+    EXPECT_EQ(proc_find((path + "2").c_str()), -1);
 }
 
 TEST(ProcFindTest, FirstArgumentEndsAtABlank) {

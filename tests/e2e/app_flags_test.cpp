@@ -8,15 +8,9 @@
 namespace korvex::test {
 namespace {
 
-const std::string kNvram = "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram ";
-const std::string kCommit = kNvram + "commit(s:commit)";
 const std::string kApp = "com.korvex-labs.www.app com.KorvexLabs.app ";
 const std::string kUserDataChange = "com.korvex-labs.www.sdk com.KorvexLabs.easy.command name(s:userdata_change)";
 
-std::string get_call(const std::string &key) { return kNvram + "get(s:" + key + ")"; }
-std::string set_call(const std::string &key, const std::string &value) {
-    return kNvram + "set(s:" + key + ", s:" + value + ")";
-}
 std::string app_call(const std::string &member, const std::string &value) {
     return kApp + member + "(s:" + value + ")";
 }
@@ -27,10 +21,7 @@ class AppFlagsTest : public CommandTest {
         sim().set_rule(R"({"destination":"com.korvex-labs.www.app","interface":"com.KorvexLabs.app","member":")" +
                        member + R"(",)" + mode + "}");
     }
-    void expect_committed(const std::string &key, const std::string &value) {
-        EXPECT_EQ(sim().nvram(key), value) << key;
-        EXPECT_EQ(sim().nvram_committed(key), value) << key;
-    }
+    void expect_committed(const std::string &key, const std::string &value) { expect_stored(key, value, value); }
 };
 
 // ---- Setters that store, commit and print the set reply: nvram_setter_test.cpp ----
@@ -40,21 +31,7 @@ TEST_F(AppFlagsTest, EnableswitchallAndEnabletimerHaveNoGetter) {
     EXPECT_EQ(run("getenabletimer=1"), "getenabletimer doesn't exist");
 }
 
-// ---- Scene mode: the application is told before the commit; its reply decides ----
-
-TEST_F(AppFlagsTest, DoscenemodeTellsTheApplicationBeforeTheCommitAndPrintsItsReply) {
-    app_rule("doscenemode", R"("mode":"values","signature":"s","values":["scene 2 on"])");
-    EXPECT_EQ(run("doscenemode=2"), "scene 2 on<br>doscenemode done");
-    EXPECT_EQ(calls(), (Calls{set_call("doscenemode", "2"), app_call("doscenemode", "2"), kCommit}));
-    expect_committed("doscenemode", "2");
-}
-
-TEST_F(AppFlagsTest, DoscenemodeWithApplicationAbsentStoresAndCommitsButFails) {
-    sim().set_absent("com.korvex-labs.www.app", true);
-    EXPECT_EQ(run("doscenemode=2"), "doscenemode failed");
-    EXPECT_EQ(calls(), (Calls{set_call("doscenemode", "2"), kCommit}));
-    expect_committed("doscenemode", "2");
-}
+// ---- Scene mode (the setters that tell the application: app_told_setter_test.cpp) ----
 
 TEST_F(AppFlagsTest, DoscenemodeWithApplicationErrorFails) {
     app_rule("doscenemode", R"("mode":"error")");
@@ -95,35 +72,6 @@ TEST_F(AppFlagsTest, GetDstIgnoresTheApplicationsAbsence) {
     sim().set_absent("com.korvex-labs.www.app", true);
     EXPECT_EQ(run("getDST="), "0<br>getDST done");
     EXPECT_EQ(calls(), Calls{get_call("setDST")});
-}
-
-// ---- P2P reconnection: prints its own value ----
-
-TEST_F(AppFlagsTest, P2preconnectPrintsItsOwnValueWhateverTheApplicationAnswers) {
-    app_rule("p2preconnect", R"("mode":"values","signature":"s","values":["refused"])");
-    EXPECT_EQ(run("p2preconnect=1"), "1<br>p2preconnect done");
-    EXPECT_EQ(calls(), (Calls{set_call("p2preconnect", "1"), app_call("p2preconnect", "1"), kCommit}));
-    expect_committed("p2preconnect", "1");
-}
-
-TEST_F(AppFlagsTest, P2preconnectWithApplicationAbsentStillPrintsItsValue) {
-    sim().set_absent("com.korvex-labs.www.app", true);
-    EXPECT_EQ(run("p2preconnect=1"), "1<br>p2preconnect done");
-    EXPECT_EQ(calls(), (Calls{set_call("p2preconnect", "1"), kCommit}));
-}
-
-// ---- Astronomical clock: prints the application's reply, always done ----
-
-TEST_F(AppFlagsTest, EnableastclockTellsTheApplicationBeforeTheCommit) {
-    EXPECT_EQ(run("enableastclock=0"), "ok<br>enableastclock done");
-    EXPECT_EQ(calls(), (Calls{set_call("enableastclock", "0"), app_call("enableastclock", "0"), kCommit}));
-    expect_committed("enableastclock", "0");
-}
-
-TEST_F(AppFlagsTest, EnableastclockWithoutApplicationReplyPrintsNullAndIsDone) {
-    sim().set_absent("com.korvex-labs.www.app", true);
-    EXPECT_EQ(run("enableastclock=0"), "(null)<br>enableastclock done");
-    expect_committed("enableastclock", "0");
 }
 
 // ---- Lock: written and told only when the value changes ----

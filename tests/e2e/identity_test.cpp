@@ -18,7 +18,6 @@ namespace korvex::test {
 namespace {
 
 const std::string kPlatform = "com.korvex-labs.www.platform";
-const std::string kNvram = "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram ";
 const std::string kPlatformReboot = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin reboot(i:3)";
 const std::string kGetModel = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin getModel(s:getModel)";
 const std::string kSdk = "com.korvex-labs.www.sdk";
@@ -142,10 +141,6 @@ TEST_F(HostNameTest, TheHostNameFollowsTheLastOfTheTwoCommands) {
                               set_call("language", "de"), kCommit, set_call("HostName", "gw-8"), kCommit}));
     expect_stored("HostName", "gw-8", "gw-8");
     expect_stored("language", "de", "de");
-}
-
-TEST_F(IdentityTest, FactoryHostNameAndLanguage) {
-    EXPECT_EQ(run("gethostname=&getlanguage="), "korvex-gateway<br>gethostname done1<br>getlanguage done");
 }
 
 // ---- Customer name: stored, committed, then the platform restarts the gateway ----
@@ -320,29 +315,6 @@ TEST_F(IdentityTest, RebootIgnoresItsValue) {
 }
 
 // ---- Configuration reset ----
-
-TEST_F(IdentityTest, ResetconfigPassesItsValueToThePlatform) {
-    EXPECT_EQ(run("resetconfig=factory"), "resetconfig done");
-    EXPECT_EQ(calls(), Calls{reset_call("factory")});
-}
-
-TEST_F(IdentityTest, ResetconfigPassesTheValueAsGiven) {
-    EXPECT_EQ(run("resetconfig=keep%20network%26wifi"), "resetconfig done");
-    EXPECT_EQ(run("resetconfig="), "resetconfig done");
-    EXPECT_EQ(calls(), (Calls{reset_call("keep network&wifi"), reset_call("")}));
-}
-
-TEST_F(IdentityTest, ResetconfigIsDoneWhenThePlatformRefuses) {
-    rule(kPlatform, "com.KorvexLabs.platform.config", "reset", R"("mode":"error")");
-    EXPECT_EQ(run("resetconfig=factory"), "resetconfig done");
-    EXPECT_EQ(calls(), Calls{reset_call("factory")});
-}
-
-TEST_F(IdentityTest, ResetconfigIsDoneWithoutThePlatform) {
-    sim().set_absent(kPlatform, true);
-    EXPECT_EQ(run("resetconfig=factory"), "resetconfig done");
-    EXPECT_EQ(calls(), Calls{});
-}
 
 // A reset takes its time: the module waits longer for it than for an ordinary text call.
 TEST_F(IdentityTest, ResetconfigWaitsForASlowReset) {

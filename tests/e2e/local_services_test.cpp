@@ -10,14 +10,10 @@
 namespace korvex::test {
 namespace {
 
-const std::string kPlatform = "com.korvex-labs.www.platform";
 const std::string kDebuger = "com.korvex-labs.www.debuger";
-const std::string kNvram = "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram ";
-const std::string kShell = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin doSystem(s:";
 const std::string kSuspendSupervision = "com.korvex-labs.www.debuger com.KorvexLabs.watchdog stopTracking(i:1)";
 const std::string kResumeSupervision = "com.korvex-labs.www.debuger com.KorvexLabs.watchdog stopTracking(i:0)";
 const std::string kRestartCloud = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin restart(s:icloud)";
-
 
 // The calls of a module change whose stored value is `value` and whose read-back picks `device`.
 Calls zwave_calls(const std::string &value, const std::string &device) {
@@ -233,10 +229,9 @@ TEST_F(LocalServicesTest, EnableTelnetdRefusesEveryOtherValueWithoutACall) {
 
 // ---- Cloud socket settings and the test-mode flag: their setters are in nvram_setter_test.cpp ----
 
-TEST_F(LocalServicesTest, FactorySettings) {
-    EXPECT_EQ(run("getzwavemodule=&getsocketaddr=&getsocketport=&getsocketsec=&gettestmode="),
-              "serial<br>getzwavemodule done203.0.113.25<br>getsocketaddr done8883<br>getsocketport done"
-              "1<br>getsocketsec done0<br>gettestmode done");
+// The other getters' factory values are in nvram_getter_test.cpp.
+TEST_F(LocalServicesTest, FactorySocketAddress) {
+    EXPECT_EQ(run("getsocketaddr="), "203.0.113.25<br>getsocketaddr done");
 }
 
 TEST_F(LocalServicesTest, GetzwavemodulePrintsTheModuleJustSet) {
@@ -283,32 +278,12 @@ TEST_F(LocalServicesTest, GetsocketaddrResolvesTheAddressJustSet) {
 
 // ---- Commit of the socket settings and the cloud restart ----
 
-TEST_F(LocalServicesTest, SocketcommitCommitsThenRestartsTheCloudService) {
-    EXPECT_EQ(run("socketcommit="), "socketcommit done");
-    EXPECT_EQ(calls(), (Calls{kCommit, kRestartCloud}));
-}
-
 TEST_F(LocalServicesTest, SocketcommitCommitsTheSecuritySetting) {
     EXPECT_EQ(run("setsocketsec=2"), "2<br>setsocketsec done");
     expect_stored("socketSec", "2", "1");
     EXPECT_EQ(run("socketcommit="), "socketcommit done");
     expect_stored("socketSec", "2", "2");
     EXPECT_EQ(calls(), (Calls{set_call("socketSec", "2"), get_call("socketSec"), kCommit, kRestartCloud}));
-}
-
-TEST_F(LocalServicesTest, SocketcommitIsDoneWhenThePlatformRefuses) {
-    nvram_rule("commit", R"("mode":"error")");
-    platform_rule("com.KorvexLabs.platform.admin", "restart", R"("mode":"error")");
-    sim().nvram_put("socketPort", "9999", false);
-    EXPECT_EQ(run("socketcommit="), "socketcommit done");
-    EXPECT_EQ(calls(), (Calls{kCommit, kRestartCloud}));
-    expect_stored("socketPort", "9999", "8883");
-}
-
-TEST_F(LocalServicesTest, SocketcommitIsDoneWithoutThePlatform) {
-    sim().set_absent(kPlatform, true);
-    EXPECT_EQ(run("socketcommit=x"), "socketcommit done");
-    EXPECT_EQ(calls(), Calls{});
 }
 
 }  // namespace

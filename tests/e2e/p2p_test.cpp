@@ -15,8 +15,6 @@ namespace korvex::test {
 namespace {
 
 const std::string kPlatform = "com.korvex-labs.www.platform ";
-const std::string kNvram = kPlatform + "com.KorvexLabs.platform.nvram ";
-const std::string kShell = kPlatform + "com.KorvexLabs.platform.admin doSystem(s:";
 const std::string kRestartP2P = kPlatform + "com.KorvexLabs.platform.admin restartP2P(s:restart)";
 
 // Factory settings the services read.
@@ -39,8 +37,6 @@ const std::string kHostilePassword = "$(echo INJECTED)\n`echo INJECTED`|echo INJ
 const std::string kHostilePasswordWord = "'" + kHostilePassword + "'";
 const std::string kHostileSsid = "My Wi-Fi; echo INJECTED &";
 const std::string kHostileSsidWord = "'" + kHostileSsid + "'";
-
-
 
 class P2pTest : public CommandTest {
 protected:
@@ -249,19 +245,6 @@ TEST_F(P2pTest, P2paccountcommitCommitsTheAccountThenRestartsP2p) {
     expect_stored("TUTK_USERNAME", "bob", "bob");
     expect_stored("TUTK_PASSWORD", "s3cret", "s3cret");
     expect_stored("SU_PASSWORD", "root1", "root1");
-}
-
-TEST_F(P2pTest, P2paccountcommitIsDoneWhenNeitherCallIsAnswered) {
-    nvram_rule("commit", R"("mode":"error")");
-    admin_rule("restartP2P", R"("mode":"error")");
-    EXPECT_EQ(run("p2paccountcommit="), "p2paccountcommit done");
-    EXPECT_EQ(calls(), (Calls{kCommit, kRestartP2P}));
-}
-
-TEST_F(P2pTest, P2paccountcommitIsDoneWithThePlatformAbsent) {
-    sim().set_absent("com.korvex-labs.www.platform", true);
-    EXPECT_EQ(run("p2paccountcommit="), "p2paccountcommit done");
-    EXPECT_EQ(calls(), Calls{});
 }
 
 // A new account reaches the tunnel's start line once it is stored, committed or not.

@@ -1,6 +1,6 @@
 // Partner services through Apache and the bus: the Telldus bridge (its secret, the Wi-Fi
-// radio it switches off and the shell line that starts it), the Vivotek camera proxy, the
-// WeBeHome refresh and the 433 MHz test transmission.
+// radio it switches off and the shell line that starts it), the Vivotek camera proxy and the
+// 433 MHz test transmission (the WeBeHome refresh is in platform_request_test.cpp).
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
@@ -16,18 +16,13 @@ namespace korvex::test {
 namespace {
 
 const std::string kPlatform = "com.korvex-labs.www.platform ";
-const std::string kNvram = kPlatform + "com.KorvexLabs.platform.nvram ";
-const std::string kShell = kPlatform + "com.KorvexLabs.platform.admin doSystem(s:";
 const std::string kGetMac = kPlatform + "com.KorvexLabs.platform.net getMac(s:eth2.2)";
-const std::string kWeBeHomeRefresh = kPlatform + "com.KorvexLabs.platform.webehome refresh(i:1)";
 const std::string kTelldus = "com.korvex-labs.www.Telldus";
 const std::string kTest433 = kTelldus + " com.KorvexLabs.Telldus.send433 test(s:";
 
 // The simulated gateway's Ethernet address (eth2.2).
 const std::string kMac = "00:4f:61:12:34:56";
 const std::string kSecret = "a1B2c3D4e5";
-
-
 
 // ---- 433 MHz frames, built here bit by bit ----
 
@@ -204,25 +199,6 @@ TEST_F(PartnerTest, SetvivotekuuidKeepsAHostileIdentifierOneShellWord) {
                               kCommit}));
     EXPECT_EQ(shell_words_of_line(start_line_of("p2pproxyserver"), "p2pproxyserver"), "[" + id + "]");
     expect_stored("VivotekUuid", id, id);
-}
-
-// ---- WeBeHome ----
-
-TEST_F(PartnerTest, RefreshWeBeHomeAsksForTheRefreshAndPrintsNothing) {
-    EXPECT_EQ(run("refreshWeBeHome=0"), "refreshWeBeHome done");
-    EXPECT_EQ(calls(), Calls{kWeBeHomeRefresh});
-}
-
-TEST_F(PartnerTest, RefreshWeBeHomeIsDoneWithAnErrorReply) {
-    platform_rule("com.KorvexLabs.platform.webehome", "refresh", R"("mode":"error")");
-    EXPECT_EQ(run("refreshWeBeHome="), "refreshWeBeHome done");
-    EXPECT_EQ(calls(), Calls{kWeBeHomeRefresh});
-}
-
-TEST_F(PartnerTest, RefreshWeBeHomeIsDoneWithThePlatformAbsent) {
-    sim().set_absent("com.korvex-labs.www.platform", true);
-    EXPECT_EQ(run("refreshWeBeHome="), "refreshWeBeHome done");
-    EXPECT_EQ(calls(), Calls{});
 }
 
 // ---- 433 MHz test transmission ----

@@ -20,7 +20,6 @@ namespace korvex::test {
 namespace {
 
 const std::string kPlatform = "com.korvex-labs.www.platform";
-const std::string kNvram = kPlatform + " com.KorvexLabs.platform.nvram ";
 const std::string kAdmin = kPlatform + " com.KorvexLabs.platform.admin ";
 
 const std::string kEnableKey = "PPPoE_Enable";

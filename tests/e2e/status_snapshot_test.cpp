@@ -314,19 +314,10 @@ TEST_F(StatusSnapshotTest, WrongTypedReplyReadsAsNullText) {
 
 // ---- time zone --------------------------------------------------------------------------
 
+// The mapping itself (unknown names, number texts) is proven in tests/unit/timezone_mapping_test.cpp.
 TEST_F(StatusSnapshotTest, ThirdZoneNameGivesThree) {
     sim().nvram_put("TimeZone", "UCT_-10", true);  // third name of the platform table
     EXPECT_EQ(member_text(snapshot(), "TZ"), "3");
-}
-
-TEST_F(StatusSnapshotTest, UnknownZoneNameGivesZero) {
-    sim().nvram_put("TimeZone", "Europe/Berlin", true);
-    EXPECT_EQ(member_text(snapshot(), "TZ"), "0");
-}
-
-TEST_F(StatusSnapshotTest, NumberTextGivesThatNumber) {
-    sim().nvram_put("TimeZone", "5", true);
-    EXPECT_EQ(member_text(snapshot(), "TZ"), "5");
 }
 
 TEST_F(StatusSnapshotTest, ZoneIsLoggedBeforeMapping) {

@@ -1,6 +1,6 @@
 // Time and NTP through Apache and the bus: the NTP client's switch, server and interval,
-// the zone chosen by number from the platform's table, the clock, the NTP restart and the
-// position of the application's astronomical clock.
+// the zone chosen by number from the platform's table, the clock and the NTP restart (the
+// astronomical clock's position is in app_told_setter_test.cpp).
 #include <ctime>
 #include <ostream>
 #include <regex>
@@ -11,10 +11,6 @@
 
 namespace korvex::test {
 namespace {
-
-const std::string kNvram = "com.korvex-labs.www.platform com.KorvexLabs.platform.nvram ";
-const std::string kShell = "com.korvex-labs.www.platform com.KorvexLabs.platform.admin doSystem(s:";
-
 
 class TimeTest : public CommandTest {
 protected:
@@ -184,41 +180,6 @@ TEST_F(TimeTest, NtpcommitRestartsTheClientAndCommits) {
                               shell_call("ntp.sh &"), kCommit}));
     expect_stored("NTPServerIP", "ntp.example", "ntp.example");
 }
-
-TEST_F(TimeTest, NtpcommitIsDoneWhatever) {
-    platform_rule("com.KorvexLabs.platform.admin", "doSystem", R"("mode":"error")");
-    EXPECT_EQ(run("ntpcommit=0"), "ntpcommit done");
-    EXPECT_EQ(calls().size(), 3u);
-}
-
-// ---- Astronomical clock ----
-
-struct Position {
-    const char *command;
-};
-void PrintTo(const Position &p, std::ostream *os) { *os << p.command; }
-
-class TimePositionTest : public TimeTest, public ::testing::WithParamInterface<Position> {};
-
-// The key bears the command's name; the application is told the value before the commit.
-TEST_P(TimePositionTest, StoresTellsTheApplicationAndCommits) {
-    const std::string command = GetParam().command;
-    EXPECT_EQ(run(command + "=-122.4194"), command + " done");
-    EXPECT_EQ(calls(), (Calls{set_call(command, "-122.4194"),
-                              "com.korvex-labs.www.app com.KorvexLabs.app " + command + "(s:-122.4194)", kCommit}));
-    expect_stored(command, "-122.4194", "-122.4194");
-}
-
-TEST_P(TimePositionTest, AnyTextIsStoredAndTheApplicationsAnswerDoesNotMatter) {
-    const std::string command = GetParam().command;
-    sim().set_absent("com.korvex-labs.www.app", true);
-    EXPECT_EQ(run(command + "=north%20pole"), command + " done");
-    EXPECT_EQ(calls(), (Calls{set_call(command, "north pole"), kCommit}));
-    expect_stored(command, "north pole", "north pole");
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, TimePositionTest,
-                         ::testing::Values(Position{"setastclock_lon"}, Position{"setastclock_lat"}), CommandName());
 
 }  // namespace
 }  // namespace korvex::test

@@ -12,7 +12,6 @@ namespace korvex::test {
 namespace {
 
 const std::string kPlatform = "com.korvex-labs.www.platform";
-const std::string kNvram = kPlatform + " com.KorvexLabs.platform.nvram ";
 const std::string kNet = kPlatform + " com.KorvexLabs.platform.net ";
 const std::string kInitInternet = kNet + "initInternet(i:1)";
 
@@ -234,24 +233,10 @@ TEST_F(WanTest, CommitCommitsThenRestartsTheWan) {
     expect_stored("wan_secondary_dns", "1.1.1.1", "1.1.1.1");
 }
 
-TEST_F(WanTest, CommitIsDoneWhenTheWanRestartFails) {
-    sim().nvram_put("wan_gateway", "10.0.0.1", false);
-    net_rule("initInternet", R"("mode":"error")");
-    EXPECT_EQ(run("commit=1"), "commit done");
-    EXPECT_EQ(calls(), (Calls{kCommit, kInitInternet}));
-    expect_stored("wan_gateway", "10.0.0.1", "10.0.0.1");
-}
-
 TEST_F(WanTest, CommitIgnoresTheRestartsAnswer) {
     net_rule("initInternet", R"("mode":"values","signature":"i","values":[-1])");
     EXPECT_EQ(run("commit="), "commit done");
     EXPECT_EQ(calls(), (Calls{kCommit, kInitInternet}));
-}
-
-TEST_F(WanTest, CommitIsDoneWithThePlatformAbsent) {
-    sim().set_absent(kPlatform, true);
-    EXPECT_EQ(run("commit="), "commit done");
-    EXPECT_EQ(calls(), Calls{});
 }
 
 }  // namespace

@@ -77,7 +77,10 @@ private:
 std::map<std::string, long> count_syscalls(const test::GatewayEnv &env, const Probe &probe, int count,
                                            const std::string &out_path) {
     if (access("/usr/bin/strace", X_OK) != 0) return {};
-    std::vector<std::string> argv = {"/usr/bin/strace", "-f", "-c", "-o", out_path};
+    // The parent too, so that with -f a child it starts meanwhile is counted as well: a
+    // request served by an uncounted child would count as a call that cost nothing.
+    std::vector<std::string> argv = {"/usr/bin/strace", "-f", "-c", "-o", out_path,
+                                     "-p", std::to_string(env.server_pid())};
     for (pid_t child : env.server_child_pids()) {
         argv.push_back("-p");
         argv.push_back(std::to_string(child));

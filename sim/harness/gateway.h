@@ -96,7 +96,7 @@ struct GatewaySpec {
     // Bound of each wait for readiness. Defaults to KORVEX_WAIT_SECONDS or 30.
     int wait_seconds = 30;
 
-    // A spec with the defaults above, the environment's knobs (KORVEX_SANITIZE,
+    // Settings with the defaults above, the environment's knobs (KORVEX_SANITIZE,
     // KORVEX_WAIT_SECONDS) applied, for the given trees.
     static GatewaySpec defaults(const std::string &run_dir, const std::string &source_dir,
                                 const std::string &build_dir);
@@ -134,7 +134,7 @@ private:
 
 class Gateway {
 public:
-    // Starts what the spec asks for and returns once each part is ready: the bus socket
+    // Starts what the settings ask for and returns once each part is ready: the bus socket
     // exists, the simulator wrote its ready file, the server answers GET / with the index
     // page. On failure stops whatever it started and throws StartError.
     static std::unique_ptr<Gateway> up(const GatewaySpec &spec);

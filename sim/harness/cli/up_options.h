@@ -13,7 +13,7 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The spec for run_dir with options applied (--port N|auto, --first-port N, --mpm M,
+// The gateway settings for run_dir with options applied (--port N|auto, --first-port N, --mpm M,
 // --no-bus, --log-level L, --owner-pid PID, --build-dir DIR, --module FILE, --tmp-dir NAME,
 // --sanitize). default_port: the port when --port is absent (0: auto).
 GatewaySpec spec_from_options(const std::string &run_dir, const std::vector<std::string> &options,

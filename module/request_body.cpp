@@ -71,7 +71,7 @@ public:
     void took(apr_size_t bytes) { pace_.took(bytes, apr_time_now()); }
     // Whether a failed read was this bound running out.
     bool gave_up(apr_status_t failure) const {
-        return APR_STATUS_IS_TIMEUP(failure) && pace_.too_slow_after_time_out(apr_time_now());
+        return APR_STATUS_IS_TIMEUP(failure) && pace_.too_slow(apr_time_now());
     }
 
 private:

@@ -8,7 +8,8 @@ constexpr apr_interval_time_t kLeastWait = 1000;  // 1 ms
 
 apr_interval_time_t UploadPace::wait_left(apr_time_t now) const {
     const apr_interval_time_t left = window_start_ + kPaceWindow - now;
-    return left > kLeastWait ? left : kLeastWait;
+    if (left <= kLeastWait) return kLeastWait;
+    return (left + kLeastWait - 1) / kLeastWait * kLeastWait;
 }
 
 void UploadPace::took(std::size_t bytes, apr_time_t now) {
@@ -20,7 +21,5 @@ void UploadPace::took(std::size_t bytes, apr_time_t now) {
 }
 
 bool UploadPace::too_slow(apr_time_t now) const { return bytes_ < kPaceBytes && now - window_start_ >= kPaceWindow; }
-
-bool UploadPace::too_slow_after_time_out(apr_time_t now) const { return too_slow(now + kLeastWait); }
 
 }  // namespace korvex

@@ -18,8 +18,10 @@ class UploadPace {
 public:
     explicit UploadPace(apr_time_t start) : window_start_(start) {}
 
-    // How long the next read may wait for data before the window runs out (at least 1 ms,
-    // so that a read is always tried).
+    // How long the next read may wait for data before the window runs out, in whole
+    // milliseconds rounded up (at least 1 ms, so that a read is always tried): the socket
+    // hands the wait to poll() in milliseconds, rounded down, and a time-out that came
+    // before the window's end would not count as the pace running out.
     apr_interval_time_t wait_left(apr_time_t now) const;
 
     // Counts bytes that arrived at `now`; a window that reached kPaceBytes is over and the
@@ -28,11 +30,6 @@ public:
 
     // True once a window ran out before it reached kPaceBytes.
     bool too_slow(apr_time_t now) const;
-
-    // The same for a read that timed out at `now` while waiting wait_left(): the socket
-    // hands that wait to poll() in whole milliseconds, rounded down, so the time-out may
-    // come up to a millisecond before the window ends.
-    bool too_slow_after_time_out(apr_time_t now) const;
 
 private:
     apr_time_t window_start_;

@@ -61,22 +61,6 @@ ServerFiles write_server_files(const ExtractedPackages &packages, const ShippedG
 
 }  // namespace
 
-std::string basic_credentials(const std::string &user_password) {
-    static const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string encoded;
-    for (size_t at = 0; at < user_password.size(); at += 3) {
-        const size_t left = user_password.size() - at;
-        unsigned group = static_cast<unsigned char>(user_password[at]) << 16;
-        if (left > 1) group |= static_cast<unsigned char>(user_password[at + 1]) << 8;
-        if (left > 2) group |= static_cast<unsigned char>(user_password[at + 2]);
-        encoded += kAlphabet[(group >> 18) & 63];
-        encoded += kAlphabet[(group >> 12) & 63];
-        encoded += left > 1 ? kAlphabet[(group >> 6) & 63] : '=';
-        encoded += left > 2 ? kAlphabet[group & 63] : '=';
-    }
-    return encoded;
-}
-
 ShippedGateway::ShippedGateway(const ExtractedPackages &packages, const ShippedGatewayPlan &plan) {
     const std::string run_dir = packages.run_dir + "/" + plan.name;
     fs::remove_all(run_dir);
@@ -106,7 +90,7 @@ HttpResponse ShippedGateway::get(const std::string &target, const std::string &c
     HttpRequest request;
     request.target = target;
     request.timeout_ms = 30000;
-    if (!credentials.empty()) request.headers.push_back("Authorization: Basic " + basic_credentials(credentials));
+    request.basic_auth = credentials;
     return send(port(), request);
 }
 

@@ -56,7 +56,4 @@ private:
     std::unique_ptr<SimClient> sim_;
 };
 
-// "user:password" in the Basic scheme's encoding (base64).
-std::string basic_credentials(const std::string &user_password);
-
 }  // namespace korvex::test::package

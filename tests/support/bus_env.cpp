@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <stdexcept>
 
 namespace korvex::test {
@@ -18,7 +19,8 @@ BusEnv::BusEnv() : run_dir_(harness::make_run_dir("bus")) {
 
 BusEnv::~BusEnv() {
     gateway_->down();
-    remove_tree(run_dir_);
+    std::error_code ignored;
+    std::filesystem::remove_all(run_dir_, ignored);
 }
 
 void BusEnv::start() {

@@ -89,9 +89,6 @@ std::unique_ptr<GatewayEnv> GatewayEnv::start(const Options &options) {
         env->keep_run_dir_ = true;  // its destructor leaves the logs
         throw std::runtime_error("the gateway did not start in " + env->run_dir_ + ":\n" + e.what());
     }
-    env->load_env();
-    env->port_ = env->gateway_->facts().port;
-    env->bus_running_ = options.with_bus;
     return env;
 }
 
@@ -122,15 +119,10 @@ std::string GatewayEnv::port_lock_file(int port) { return harness::port_lock_fil
 
 std::string GatewayEnv::harness_log() const { return gateway_ ? gateway_->notes() : std::string(); }
 
-void GatewayEnv::load_env() {
-    env_ = gateway_->facts().as_env();
-    bus_address_ = gateway_->facts().bus_address;
-    isolation_ = gateway_->facts().isolated;
-}
-
 std::string GatewayEnv::env_value(const std::string &key) const {
-    auto it = env_.find(key);
-    return it == env_.end() ? "" : it->second;
+    const std::map<std::string, std::string> env = facts().as_env();
+    auto it = env.find(key);
+    return it == env.end() ? "" : it->second;
 }
 
 // --- logs and files ----------------------------------------------------------------------
@@ -145,15 +137,15 @@ std::vector<std::string> GatewayEnv::sanitizer_reports() const {
     return reports;
 }
 
-std::string GatewayEnv::error_log() const { return read_file(env_value("ERROR_LOG")); }
+std::string GatewayEnv::error_log() const { return read_file(facts().error_log); }
 
 size_t GatewayEnv::error_log_size() const {
     struct stat st{};
-    return stat(env_value("ERROR_LOG").c_str(), &st) == 0 ? static_cast<size_t>(st.st_size) : 0;
+    return stat(facts().error_log.c_str(), &st) == 0 ? static_cast<size_t>(st.st_size) : 0;
 }
 
 std::string GatewayEnv::error_log_since(size_t offset) const {
-    return read_file(env_value("ERROR_LOG"), offset);
+    return read_file(facts().error_log, offset);
 }
 
 size_t GatewayEnv::count_log_lines(const std::string &substring, size_t since) const {
@@ -176,19 +168,19 @@ bool GatewayEnv::wait_for_log(const std::string &substring, std::chrono::millise
 }
 
 std::string GatewayEnv::server_tmp_path(const std::string &name) const {
-    return env_value("SERVER_TMP") + "/" + name;
+    return facts().server_tmp + "/" + name;
 }
 
 void GatewayEnv::write_server_tmp(const std::string &name, const std::string &content) const {
     const std::string path = server_tmp_path(name);
     write_file(path, content);
-    if (passwd *account = getpwnam(env_value("SERVER_USER").c_str())) {
+    if (passwd *account = getpwnam(facts().server_user.c_str())) {
         if (chown(path.c_str(), account->pw_uid, account->pw_gid) != 0)
             throw std::runtime_error("cannot chown " + path);
     }
 }
 
-std::string GatewayEnv::stub_log_path() const { return env_value("STUB_LOG"); }
+std::string GatewayEnv::stub_log_path() const { return facts().stub_log; }
 std::string GatewayEnv::stub_log() const { return read_file(stub_log_path()); }
 
 void GatewayEnv::clear_stub_log() const {
@@ -206,31 +198,14 @@ pid_t GatewayEnv::spawn_process(const std::string &name) { return gateway_->spaw
 
 void GatewayEnv::kill_process(pid_t id) { gateway_->unspawn(id); }
 
-void GatewayEnv::sim_stop() {
-    gateway_->sim_stop();
-    load_env();
-}
+void GatewayEnv::sim_stop() { gateway_->sim_stop(); }
+void GatewayEnv::sim_start() { gateway_->sim_start(); }
+void GatewayEnv::bus_stop() { gateway_->bus_stop(); }
+void GatewayEnv::bus_start() { gateway_->bus_start(); }
 
-void GatewayEnv::sim_start() {
-    gateway_->sim_start();
-    load_env();
-}
+bool GatewayEnv::bus_running() const { return facts().bus_pid != 0; }
 
-void GatewayEnv::bus_stop() {
-    gateway_->bus_stop();
-    bus_running_ = false;
-    load_env();
-}
-
-void GatewayEnv::bus_start() {
-    gateway_->bus_start();
-    bus_running_ = true;
-    load_env();
-}
-
-bool GatewayEnv::bus_running() const { return bus_running_; }
-
-pid_t GatewayEnv::server_pid() const { return gateway_->facts().server_pid; }
+pid_t GatewayEnv::server_pid() const { return facts().server_pid; }
 
 std::vector<pid_t> GatewayEnv::server_child_pids() const {
     std::vector<pid_t> pids;
@@ -320,7 +295,7 @@ GatewayEnv &GatewayTest::env() {
 }
 
 void GatewayEnv::forget_silent_peers() const {
-    const HttpResponse response = get_with_fault(port_, "/network.cgi?test=0", "forget-silent-peers", 10000);
+    const HttpResponse response = get_with_fault(port(), "/network.cgi?test=0", "forget-silent-peers", 10000);
     if (response.status != 200) {
         throw std::runtime_error("forgetting the silent destinations failed: " + std::to_string(response.status) +
                                  " " + response.error);

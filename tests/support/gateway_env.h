@@ -59,17 +59,17 @@ public:
     GatewayEnv &operator=(const GatewayEnv &) = delete;
 
     const Options &options() const { return options_; }
-    int port() const { return port_; }
-    const std::string &bus_address() const { return bus_address_; }
+    int port() const { return facts().port; }
+    const std::string &bus_address() const { return facts().bus_address; }
     const std::string &run_dir() const { return run_dir_; }
     // False when the server shares the host's /tmp, /proc and host name (not root).
-    bool has_isolation() const { return isolation_; }
+    bool has_isolation() const { return facts().isolated; }
     // A fact of the running gateway, named as RUN_DIR/env names it (PORT, BUS_ADDRESS,
     // ERROR_LOG, SERVER_PID, ...); "" if absent. As of the last start or stop of a part.
     std::string env_value(const std::string &key) const;
 
     // True when the gateway runs in sanitizer mode (KORVEX_SANITIZE=1, see docs/running.md).
-    bool sanitized() const { return env_value("SANITIZE") == "1"; }
+    bool sanitized() const { return facts().sanitize; }
     // Paths of the sanitizer reports written so far by the server or the simulator (files
     // in RUN_DIR/sanitizer/); always empty outside sanitizer mode. The destructor fails the
     // running test and keeps the run directory when there are any.
@@ -127,17 +127,12 @@ public:
 
 private:
     GatewayEnv() = default;
-    // Takes the facts of the harness's gateway.
-    void load_env();
+    // What the harness knows of the running gateway, as of the last start or stop of a part.
+    const harness::GatewayFacts &facts() const { return gateway_->facts(); }
 
     Options options_;
-    int port_ = 0;
     std::string run_dir_;
-    std::string bus_address_;
-    bool isolation_ = false;
-    bool bus_running_ = false;
     bool keep_run_dir_ = false;
-    std::map<std::string, std::string> env_;
     std::unique_ptr<harness::Gateway> gateway_;
 };
 

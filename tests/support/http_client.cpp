@@ -148,6 +148,10 @@ HttpResponse send(int port, const HttpRequest &request) {
     } else if (request.method != "GET") {
         curl_easy_setopt(curl.get(), CURLOPT_CUSTOMREQUEST, request.method.c_str());
     }
+    if (!request.basic_auth.empty()) {
+        curl_easy_setopt(curl.get(), CURLOPT_HTTPAUTH, CURLAUTH_BASIC);
+        curl_easy_setopt(curl.get(), CURLOPT_USERPWD, request.basic_auth.c_str());
+    }
     SlistPtr list = header_list(headers);
     curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, list.get());
     perform(curl.get(), response);

@@ -28,6 +28,7 @@ struct HttpRequest {
     std::string body;                   // exact bytes
     BodyMode body_mode = BodyMode::kContentLength;
     std::vector<std::string> headers;   // "Name: value"; replaces a header the client would send
+    std::string basic_auth;             // "user:password" sent in the Basic scheme; empty: none
     long timeout_ms = 60000;
 };
 

@@ -97,16 +97,6 @@ CommandResult run_command(const std::vector<std::string> &argv, const std::strin
     return result;
 }
 
-bool wait_for_file(const std::string &path, int timeout_ms) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-    struct stat st;
-    while (stat(path.c_str(), &st) != 0) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
-
 std::string read_file(const std::string &path, std::size_t offset) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return "";
@@ -114,22 +104,6 @@ std::string read_file(const std::string &path, std::size_t offset) {
     std::ostringstream out;
     out << in.rdbuf();
     return out.str();
-}
-
-std::string make_run_dir(const std::string &label) {
-    const char *root_env = std::getenv("KORVEX_RUN_ROOT");
-    const std::string root = (root_env != nullptr && *root_env != '\0') ? root_env : "/var/tmp/korvex-runs";
-    mkdir(root.c_str(), 0755);
-    std::string pattern = root + "/" + label + ".XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot create run directory under " + root);
-    chmod(pattern.c_str(), 0755);
-    return pattern;
-}
-
-void remove_tree(const std::string &path) {
-    if (path.empty() || path == "/") return;
-    const std::string command = "rm -rf '" + path + "'";
-    if (std::system(command.c_str()) != 0) { /* best effort */ }
 }
 
 }  // namespace korvex::test

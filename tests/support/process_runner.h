@@ -47,12 +47,7 @@ struct CommandResult {
 CommandResult run_command(const std::vector<std::string> &argv, const std::string &output_path,
                           int timeout_ms = 60000);
 
-// Waits until path exists (polling), up to timeout_ms. True when it appeared.
-bool wait_for_file(const std::string &path, int timeout_ms);
 // The file from byte `offset` on ("" when it cannot be read).
 std::string read_file(const std::string &path, std::size_t offset = 0);
-// A fresh private directory under /var/tmp/korvex-runs (or $KORVEX_RUN_ROOT).
-std::string make_run_dir(const std::string &label);
-void remove_tree(const std::string &path);
 
 }  // namespace korvex::test

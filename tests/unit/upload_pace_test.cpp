@@ -18,16 +18,18 @@ TEST(UploadPaceTest, AWindowThatRunsOutIsTooSlow) {
     EXPECT_TRUE(pace.too_slow(at_ms(10000)));
 }
 
-// poll() waits whole milliseconds, rounded down: a read given 999.7 ms times out at 999 ms.
-TEST(UploadPaceTest, AReadTimedOutWithinAMillisecondOfTheWindowsEndRanOut) {
+// poll() waits whole milliseconds, rounded down: a read given 999.7 ms would time out
+// at 999 ms, before the window ends. Rounded up, the time-out comes at or after its end.
+TEST(UploadPaceTest, TheWaitIsWholeMillisecondsThatReachTheWindowsEnd) {
     UploadPace pace(kStart);
     pace.took(kPaceBytes - 1, at_ms(9000));
-    EXPECT_FALSE(pace.too_slow_after_time_out(at_ms(9998)));
-    EXPECT_FALSE(pace.too_slow(kStart + 9999300));
-    EXPECT_TRUE(pace.too_slow_after_time_out(kStart + 9999300));
-    EXPECT_TRUE(pace.too_slow_after_time_out(at_ms(10000)));
-    pace.took(1, at_ms(9999));
-    EXPECT_FALSE(pace.too_slow_after_time_out(at_ms(10000)));
+    const apr_time_t now = kStart + 9000300;
+    const apr_interval_time_t wait = pace.wait_left(now);
+    EXPECT_EQ(wait, apr_time_from_sec(1));
+    EXPECT_EQ(wait % 1000, 0);
+    EXPECT_FALSE(pace.too_slow(now + wait - 1000));
+    EXPECT_TRUE(pace.too_slow(now + wait));
+    EXPECT_EQ(pace.wait_left(kStart + 9999300), 1000);
 }
 
 TEST(UploadPaceTest, EnoughBytesStartTheNextWindow) {
